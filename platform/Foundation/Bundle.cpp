@@ -1,0 +1,75 @@
+#include <Foundation/Bundle.hpp>
+#include <Foundation/SharedService.hpp>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace tavlo::foundation {
+
+namespace {
+
+std::shared_ptr<Bundle> folderBesideProgram() {
+  std::error_code error;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+  return std::make_shared<FolderBundle>(program.parent_path() / "resources");
+}
+
+constinit SharedService<Bundle> mainBundle(folderBesideProgram);
+
+/// The libraries' bundles, by library; never destroyed, as a late exit handler may still ask.
+struct LibraryBundles {
+  std::mutex mutex;
+  std::map<std::string, std::shared_ptr<Bundle>, std::less<>> byLibrary;
+};
+
+LibraryBundles& libraryBundles() {
+  static auto* const bundles = new LibraryBundles;
+  return *bundles;
+}
+
+}  // namespace
+
+std::shared_ptr<Bundle> Bundle::main() {
+  return mainBundle.get();
+}
+
+std::shared_ptr<Bundle> Bundle::installMain(std::shared_ptr<Bundle> bundle) {
+  return mainBundle.exchange(std::move(bundle));
+}
+
+std::shared_ptr<Bundle> Bundle::ofLibrary(std::string_view library, std::shared_ptr<Bundle> (*makeDefault)()) {
+  LibraryBundles& bundles = libraryBundles();
+  const std::lock_guard lock(bundles.mutex);
+  auto& slot = bundles.byLibrary[std::string(library)];
+  if (!slot) slot = makeDefault();
+  return slot;
+}
+
+std::shared_ptr<Bundle> Bundle::installOfLibrary(std::string_view library, std::shared_ptr<Bundle> bundle) {
+  LibraryBundles& bundles = libraryBundles();
+  const std::lock_guard lock(bundles.mutex);
+  return std::exchange(bundles.byLibrary[std::string(library)], std::move(bundle));
+}
+
+std::optional<Data> CompiledBundle::resource(std::string_view name) const {
+  const auto found = std::ranges::find(resources_, name, &Resource::name);
+  if (found == resources_.end()) return std::nullopt;
+  return Data(found->bytes.begin(), found->bytes.end());
+}
+
+FolderBundle::FolderBundle(std::filesystem::path folder) : folder_(std::move(folder)) {}
+
+std::optional<Data> FolderBundle::resource(std::string_view name) const {
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string_view::npos) return std::nullopt;
+  try {
+    return contentsOf(folder_ / name);
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace tavlo::foundation

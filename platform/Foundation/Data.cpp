@@ -1,0 +1,160 @@
+#include <Foundation/Data.hpp>
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace tavlo::foundation {
+
+namespace {
+
+[[noreturn]] void throwSystemError(int code, const std::string& what) {
+  throw std::system_error(code, std::generic_category(), what);
+}
+
+/// A descriptor that is closed when it goes out of scope.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  ~FileDescriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+  [[nodiscard]] int get() const { return fd_; }
+  /// Closes now; a delayed write error shows here. Gives whether it went well.
+  [[nodiscard]] bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
+
+ private:
+  int fd_;
+};
+
+/// A file that is removed when it goes out of scope, unless it was kept.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::filesystem::path path) : path_(std::move(path)) {}
+  ~TemporaryFile() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  void keep() { path_.clear(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+void writeAll(int fd, DataView bytes, const std::string& name) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) throwSystemError(errno, "cannot write " + name);
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+}
+
+void flushFolder(const std::filesystem::path& folder) {
+  const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0 || ::fsync(fd.get()) != 0) throwSystemError(errno, "cannot flush the folder " + folder.string());
+}
+
+std::string randomSuffix() {
+  std::array<unsigned char, 8> bytes{};
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    throwSystemError(errno, "cannot get random bytes");
+  }
+  static constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) text += {digits[byte >> 4U], digits[byte & 15U]};
+  return text;
+}
+
+}  // namespace
+
+Data dataOf(std::string_view text) {
+  return {text.begin(), text.end()};
+}
+
+std::string_view textOf(DataView bytes) noexcept {
+  return {reinterpret_cast<const char*>(bytes.data()),
+          bytes.size()};  // NOLINT(*-reinterpret-cast): bytes as characters
+}
+
+Data contentsOf(const std::filesystem::path& path, std::size_t limit) {
+  // A path with a NUL byte would be cut short by the system and name another file.
+  if (path.native().find('\0') != std::string::npos) throwSystemError(EINVAL, "cannot open a name with a NUL byte");
+  // Without O_NONBLOCK, opening a pipe that nobody writes to would wait for ever.
+  const FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.get() < 0) throwSystemError(errno, "cannot open " + path.string());
+  struct stat status {};
+  if (::fstat(fd.get(), &status) != 0) throwSystemError(errno, "cannot read " + path.string());
+  if (S_ISDIR(status.st_mode)) throwSystemError(EISDIR, "cannot read " + path.string());
+  if (!S_ISREG(status.st_mode)) throwSystemError(EINVAL, "no regular file: " + path.string());
+  if (static_cast<std::uintmax_t>(status.st_size) > limit) throwSystemError(EFBIG, "cannot read " + path.string());
+
+  Data bytes(static_cast<std::size_t>(status.st_size));
+  std::size_t filled = 0;
+  while (filled < bytes.size()) {
+    const ssize_t count = ::read(fd.get(), bytes.data() + filled, bytes.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throwSystemError(errno, "cannot read " + path.string());
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  bytes.resize(filled);
+  return bytes;
+}
+
+bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists) {
+  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+  const std::filesystem::path temporary = folder / ("." + randomSuffix() + ".tmp");
+  FileDescriptor fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  if (fd.get() < 0) throwSystemError(errno, "cannot create a file in " + folder.string());
+  TemporaryFile file(temporary);
+  writeAll(fd.get(), bytes, path.string());
+  if (::fsync(fd.get()) != 0 || !fd.close()) throwSystemError(errno, "cannot write " + path.string());
+
+  if (ifExists == IfExists::replace) {
+    if (::rename(temporary.c_str(), path.c_str()) != 0) throwSystemError(errno, "cannot write " + path.string());
+    file.keep();
+  } else if (::link(temporary.c_str(), path.c_str()) != 0) {  // unlike rename, link never replaces
+    if (errno == EEXIST) return false;
+    throwSystemError(errno, "cannot write " + path.string());
+  }
+  flushFolder(folder);
+  return true;
+}
+
+void createPrivateFolder(const std::filesystem::path& folder) {
+  std::filesystem::path made;
+  for (const std::filesystem::path& part : folder) {
+    made /= part;
+    if (::mkdir(made.c_str(), S_IRWXU) == 0 || errno == EEXIST) continue;
+    const int reason = errno;  // some systems answer EROFS or EACCES for a folder that exists
+    if (!std::filesystem::is_directory(made)) throwSystemError(reason, "cannot make the folder " + made.string());
+  }
+  if (!std::filesystem::is_directory(folder)) throwSystemError(ENOTDIR, "no folder: " + folder.string());
+}
+
+std::filesystem::path applicationSupportFolder() {
+  const auto absolute = [](const char* variable) {
+    const char* value = ::secure_getenv(variable);
+    const std::filesystem::path path = value == nullptr ? "" : value;
+    return path.is_absolute() ? path : std::filesystem::path();
+  };
+  if (const auto data = absolute("XDG_DATA_HOME"); !data.empty()) return data / "tavlo";
+  if (const auto home = absolute("HOME"); !home.empty()) return home / ".local" / "share" / "tavlo";
+  throw std::runtime_error("set XDG_DATA_HOME or HOME to an absolute path: it is where keys and pictures are kept");
+}
+
+}  // namespace tavlo::foundation
