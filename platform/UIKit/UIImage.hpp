@@ -1,0 +1,79 @@
+#pragma once
+
+#include <Foundation/Bundle.hpp>
+#include <Foundation/Data.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace tavlo::uikit {
+
+/// Why bytes are no image, in words for a person.
+class ImageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// How encoded bytes hold a picture; told by content, never by a name.
+enum class ImageFormat { png, jpeg, jp2, j2k };
+
+/// "PNG", "JPEG", "JPEG 2000 (JP2)" or "JPEG 2000 (code stream)".
+[[nodiscard]] std::string_view name(ImageFormat format);
+
+/// The format that the first bytes announce, absent when it is none of ours. Nothing else is looked at.
+[[nodiscard]] std::optional<ImageFormat> imageFormat(foundation::DataView bytes);
+
+/// Limits on a picture, checked on its header before any pixel memory is asked for.
+inline constexpr std::size_t maximumImageSide = 32'767;         ///< pixels
+inline constexpr std::size_t maximumImagePixels = 64'000'000;   ///< width times height
+
+/// How raw pixels lie in memory: 8 bits a channel, in this order.
+enum class PixelFormat { rgb, rgba };
+
+/// A picture: upright rows of 8-bit pixels, top first. An immutable value; copies share the pixels. Any thread.
+class UIImage {
+ public:
+  /// No picture: width and height 0, and no PNG form.
+  UIImage() = default;
+
+  /// Decodes PNG, JPEG, JPEG 2000 as JP2 or as a raw code stream. Grey stays grey; palettes, 16-bit samples and CMYK
+  /// become 8-bit RGB, and a camera's EXIF orientation is applied. Throws ImageError with the reason.
+  [[nodiscard]] static UIImage decode(foundation::DataView bytes);
+
+  /// As `decode`, absent instead of an error.
+  [[nodiscard]] static std::optional<UIImage> fromData(foundation::DataView bytes);
+
+  /// Copies a camera frame: `height` rows of `width` pixels, each row beginning `stride` bytes after the one before.
+  /// Throws ImageError when the sides are 0 or over the limits, the stride is shorter than a row, or `pixels` too short.
+  [[nodiscard]] static UIImage fromPixels(foundation::DataView pixels, std::size_t width, std::size_t height,
+                                          std::size_t stride, PixelFormat format);
+
+  /// The image asset `name` (the file "`name`.png") of `bundle`; absent when it is missing or no image.
+  [[nodiscard]] static std::optional<UIImage> named(std::string_view name, const foundation::Bundle& bundle);
+  /// The image asset of the host app's main bundle.
+  [[nodiscard]] static std::optional<UIImage> named(std::string_view name);
+
+  [[nodiscard]] std::size_t width() const noexcept { return width_; }    ///< in pixels
+  [[nodiscard]] std::size_t height() const noexcept { return height_; }  ///< in pixels
+  /// Bytes a pixel: 1 grey, 3 RGB, 4 RGBA (alpha not premultiplied); 0 when there is no picture.
+  [[nodiscard]] std::size_t channels() const noexcept { return channels_; }
+  /// The rows without gaps, width * height * channels bytes; valid as long as any copy of this image lives.
+  [[nodiscard]] foundation::DataView pixels() const noexcept;
+
+ private:
+  friend class ImageBuilder;
+  std::size_t width_ = 0;
+  std::size_t height_ = 0;
+  std::size_t channels_ = 0;
+  std::shared_ptr<const foundation::Data> pixels_;
+};
+
+/// The PNG encoding of `image`, losslessly; absent when there is no picture or no memory for it.
+[[nodiscard]] std::optional<foundation::Data> UIImagePNGRepresentation(const UIImage& image);
+
+}  // namespace tavlo::uikit

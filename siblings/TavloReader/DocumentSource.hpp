@@ -1,0 +1,47 @@
+#pragma once
+
+#include <Foundation/Data.hpp>
+#include <TavloReader/NFCPassportModel.hpp>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tavlo::reader {
+
+/// A file of a document with the name it came under, which only serves reports.
+struct NamedFile {
+  std::string name;
+  foundation::Data bytes;
+};
+
+/// What was made of one file.
+struct FileFinding {
+  enum class Kind {
+    group,      ///< a data group that is in the model
+    leftAside,  ///< no data group, such as EF.CardAccess, EF.DIR or a certificate
+    malformed,  ///< a data group that is not in the model; `text` says what is wrong
+  };
+  std::string name;                  ///< the file's name
+  Kind kind = Kind::leftAside;
+  std::optional<DataGroupId> group;  ///< where it is one, or means to be one
+  std::string text;                  ///< what the file is, or what is wrong with it
+  std::vector<std::string> oddities; ///< worth telling, no error: padding cut, a name that contradicts the content ...
+};
+
+/// A document made from files: the model, and what became of each file, in the order given.
+struct DocumentReading {
+  NFCPassportModel model;
+  std::vector<FileFinding> findings;
+};
+
+/// Makes a document from elementary files in memory, recognised by content, whatever their names. A malformed group is
+/// reported and does not stop the others. Throws ReaderError when two files are the same group, naming both, and when
+/// there are more files than any document has.
+[[nodiscard]] DocumentReading readDocument(std::vector<NamedFile> files);
+
+/// Makes a document from the regular files of a folder (not of its subfolders), in the order of their names.
+/// Throws ReaderError as above and when no file is a data group; std::system_error when the folder cannot be read.
+[[nodiscard]] DocumentReading readDocument(const std::filesystem::path& folder);
+
+}  // namespace tavlo::reader

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+namespace tavlo::reader {
+
+/// The reader's log. One line a message, without personal data.
+class Log {
+ public:
+  enum class Level { debug, info, warning, error };
+  /// Takes one message. May be called from several threads at once.
+  using Handler = std::function<void(Level level, std::string_view message)>;
+
+  Log() = delete;
+  static void debug(std::string_view message) { write(Level::debug, message); }
+  static void info(std::string_view message) { write(Level::info, message); }
+  static void warning(std::string_view message) { write(Level::warning, message); }
+  static void error(std::string_view message) { write(Level::error, message); }
+
+  /// Messages below `level` are dropped; `info` by default. Gives back the previous level.
+  static Level setThreshold(Level level);
+  /// Routes messages to `handler` from now on; an empty handler brings standard error back. Gives back the previous one.
+  static Handler setHandler(Handler handler);
+
+ private:
+  static void write(Level level, std::string_view message);
+};
+
+}  // namespace tavlo::reader
