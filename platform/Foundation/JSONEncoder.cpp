@@ -1,0 +1,183 @@
+#include <Foundation/JSONEncoder.hpp>
+#include <Foundation/UTF8.hpp>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavlo::foundation {
+
+namespace {
+
+/// One place of the JSON text: writes straight to the end of the body. Places nest like the values they stand for.
+class JSONWritingPlace final : public Encoder,
+                               KeyedEncodingContainer,
+                               UnkeyedEncodingContainer,
+                               SingleValueEncodingContainer {
+ public:
+  explicit JSONWritingPlace(Data& body) : body_(body) {}
+  JSONWritingPlace(JSONWritingPlace& parent, CodingKey key)
+      : body_(parent.body_), parent_(&parent), key_(std::move(key)), depth_(parent.depth_ + 1) {}
+
+  [[nodiscard]] CodingPath codingPath() const override {
+    if (parent_ == nullptr) return {};
+    CodingPath path = parent_->codingPath();
+    path.push_back(key_);
+    return path;
+  }
+
+  KeyedEncodingContainer& container() override {
+    open(Kind::object, '{');
+    return *this;
+  }
+  UnkeyedEncodingContainer& unkeyedContainer() override {
+    open(Kind::array, '[');
+    return *this;
+  }
+  SingleValueEncodingContainer& singleValueContainer() override { return *this; }
+
+  /// Ends the value; nothing may be written to it any more.
+  void close() {
+    if (kind_ == Kind::object) append("}");
+    if (kind_ == Kind::array) append("]");
+    if (kind_ == Kind::nothing) fail("no value was written");
+  }
+
+ private:
+  enum class Kind { nothing, object, array, plain };
+  /// Where a member stands in the body.
+  struct WrittenMember {
+    std::string key;
+    std::size_t begin;
+  };
+
+  void encodeMember(std::string_view key, const EncodeFunction& write) override {
+    eraseMember(key);
+    members_.push_back({std::string(key), body_.size()});
+    if (members_.size() > 1) append(",");
+    JSONWritingPlace place(*this, std::string(key));
+    place.appendQuoted(key);
+    append(":");
+    write(place);
+    place.close();
+  }
+
+  void encodeElement(const EncodeFunction& write) override {
+    if (elements_ > 0) append(",");
+    JSONWritingPlace place(*this, elements_++);
+    write(place);
+    place.close();
+  }
+
+  void encodeNil() override { appendPlain("null"); }
+  void encodeBool(bool value) override { appendPlain(value ? "true" : "false"); }
+  void encodeInteger(std::int64_t value) override { appendNumber(value); }
+  void encodeUnsigned(std::uint64_t value) override { appendNumber(value); }
+  void encodeDouble(double value) override {
+    if (!std::isfinite(value)) fail("the number is not finite");
+    appendNumber(value);
+  }
+  void encodeString(std::string_view value) override {
+    beginPlain();
+    appendQuoted(value);
+  }
+
+  [[noreturn]] void fail(const std::string& message) const { throw EncodingError(codingPath(), message); }
+
+  void open(Kind kind, char bracket) {
+    if (kind_ == kind) return;
+    if (kind_ != Kind::nothing) throw std::logic_error("one value is written as two kinds of container");
+    if (depth_ == maximumCodingDepth) fail("more than 512 arrays and objects inside each other");
+    kind_ = kind;
+    append({&bracket, 1});
+  }
+
+  void beginPlain() {
+    if (kind_ != Kind::nothing) throw std::logic_error("a value is written twice");
+    kind_ = Kind::plain;
+  }
+
+  /// Takes a member out again that was written before under the same key.
+  void eraseMember(std::string_view key) {
+    for (std::size_t i = 0; i < members_.size(); ++i) {
+      if (members_[i].key != key) continue;
+      const std::size_t begin = members_[i].begin;
+      const std::size_t end = i + 1 < members_.size() ? members_[i + 1].begin : body_.size();
+      // The first member has no comma before it: when it goes, the next one's comma goes instead.
+      const std::size_t comma = i == 0 && i + 1 < members_.size() ? 1 : 0;
+      body_.erase(body_.begin() + static_cast<std::ptrdiff_t>(begin),
+                  body_.begin() + static_cast<std::ptrdiff_t>(end + comma));
+      members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(i));
+      for (std::size_t j = i; j < members_.size(); ++j) members_[j].begin -= end - begin + (j > i ? comma : 0);
+      return;
+    }
+  }
+
+  void append(std::string_view text) { body_.insert(body_.end(), text.begin(), text.end()); }
+
+  void appendPlain(std::string_view text) {
+    beginPlain();
+    append(text);
+  }
+
+  void appendNumber(auto value) {
+    std::array<char, 32> text{};
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+    appendPlain({text.data(), end});
+  }
+
+  void appendQuoted(std::string_view text) {
+    if (!isValidUTF8(text)) fail("the text is not well-formed UTF-8");
+    append("\"");
+    while (!text.empty()) {
+      std::size_t run = 0;
+      while (run < text.size() && !needsEscape(text[run])) ++run;
+      append(text.substr(0, run));
+      text.remove_prefix(run);
+      if (text.empty()) break;
+      appendEscape(text.front());
+      text.remove_prefix(1);
+    }
+    append("\"");
+  }
+
+  static bool needsEscape(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\'; }
+
+  void appendEscape(char c) {
+    static constexpr std::string_view plain = "\"\\\b\f\n\r\t";
+    static constexpr std::string_view letters = "\"\\bfnrt";
+    static constexpr std::string_view digits = "0123456789abcdef";
+    if (const auto index = plain.find(c); index != std::string_view::npos) {
+      append({std::array{'\\', letters[index]}.data(), 2});
+    } else {
+      const auto code = static_cast<unsigned char>(c);
+      append("\\u00");
+      append({std::array{digits[code >> 4U], digits[code & 15U]}.data(), 2});
+    }
+  }
+
+  Data& body_;
+  const JSONWritingPlace* parent_ = nullptr;
+  CodingKey key_;
+  std::size_t depth_ = 0;
+  Kind kind_ = Kind::nothing;
+  std::vector<WrittenMember> members_;
+  std::size_t elements_ = 0;
+};
+
+}  // namespace
+
+Data JSONEncoder::write(const EncodeFunction& encodeValue) {
+  Data body;
+  JSONWritingPlace place(body);
+  encodeValue(place);
+  place.close();
+  return body;
+}
+
+}  // namespace tavlo::foundation
