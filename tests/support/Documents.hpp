@@ -1,0 +1,97 @@
+#pragma once
+
+#include <Foundation/Data.hpp>
+
+#include <cstdint>
+#include <initializer_list>
+#include <string_view>
+
+/// Elementary files of made-up documents (ICAO Doc 9303-10).
+namespace tavlo::test {
+
+using foundation::Data;
+using foundation::DataView;
+
+/// Zones of the worked examples of ICAO Doc 9303-4, -5 and -6.
+inline constexpr std::string_view exampleTD3 =
+    "P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<L898902C36UTO7408122F1204159ZE184226B<<<<<10";
+inline constexpr std::string_view exampleTD2 =
+    "I<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<D231458907UTO7408122F1204159<<<<<<<6";
+inline constexpr std::string_view exampleTD1 =
+    "I<UTOD231458907<<<<<<<<<<<<<<<7408122F1204159UTO<<<<<<<<<<<6ERIKSSON<<ANNA<MARIA<<<<<<<<<<";
+
+/// The parts, one after the other.
+inline Data joined(std::initializer_list<DataView> parts) {
+  Data all;
+  for (const DataView part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+/// `value` in `size` bytes, the highest first.
+inline Data bigEndian(std::uint64_t value, std::size_t size) {
+  Data bytes(size);
+  for (std::size_t i = size; i-- > 0; value >>= 8) bytes[i] = static_cast<std::uint8_t>(value);
+  return bytes;
+}
+
+/// One BER-TLV element with the shortest length field.
+inline Data tlv(std::uint32_t tag, DataView value) {
+  const auto shortest = [](std::size_t number) {
+    std::size_t size = 1;
+    while (size < 4 && number >> (8 * size) != 0) ++size;
+    return bigEndian(number, size);
+  };
+  const Data length = shortest(value.size());
+  const Data lengthOfLength = value.size() < 0x80 ? Data{} : Data{static_cast<std::uint8_t>(0x80 | length.size())};
+  return joined({shortest(tag), lengthOfLength, length, value});
+}
+inline Data tlv(std::uint32_t tag, std::string_view text) {
+  return tlv(tag, foundation::dataOf(text));
+}
+
+/// EF.COM with the outer tags of the groups that it lists.
+inline Data com(DataView groupTags) {
+  return tlv(0x60, joined({tlv(0x5F01, "0107"), tlv(0x5F36, "040000"), tlv(0x5C, groupTags)}));
+}
+
+/// DG1 with the characters of a machine readable zone, its lines run together.
+inline Data dataGroup1(std::string_view zone = exampleTD3) {
+  return tlv(0x61, tlv(0x5F1F, zone));
+}
+
+/// One face record (ISO/IEC 19794-5) with an encoded image for each face.
+inline Data faceRecord(std::initializer_list<DataView> images) {
+  Data faces;
+  for (const DataView image : images) {
+    const Data information(16 + 12);  // nothing said of the person, no feature points, a JPEG of unsaid size
+    faces = joined({faces, bigEndian(4 + information.size() + image.size(), 4), information, image});
+  }
+  return joined({foundation::dataOf(std::string_view("FAC\0"
+                                                     "010\0",
+                                                     8)),
+                 bigEndian(14 + faces.size(), 4), bigEndian(images.size(), 2), faces});
+}
+
+/// DG2 with one biometric template around `record`.
+inline Data dataGroup2Around(DataView record) {
+  const Data header = tlv(0xA1, joined({tlv(0x87, Data{0x01, 0x01}), tlv(0x88, Data{0x00, 0x08})}));
+  const Data biometric = tlv(0x7F60, joined({header, tlv(0x5F2E, record)}));
+  return tlv(0x75, tlv(0x7F61, joined({tlv(0x02, Data{1}), biometric})));
+}
+
+/// DG2 with one face; `image` are the encoded bytes.
+inline Data dataGroup2(DataView image) {
+  return dataGroup2Around(faceRecord({image}));
+}
+
+/// DG7 with one picture of the signature.
+inline Data dataGroup7(DataView image) {
+  return tlv(0x67, joined({tlv(0x02, Data{1}), tlv(0x5F43, image)}));
+}
+
+/// A file that is carried without a look inside, such as DG3, DG14 or the SOD, by its outer tag.
+inline Data opaqueGroup(std::uint8_t tag) {
+  return tlv(tag, tlv(0x30, Data{0x05, 0x00}));
+}
+
+}  // namespace tavlo::test
