@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace tavlo::security {
 
@@ -35,5 +36,34 @@ struct SecKeyPair {
   std::shared_ptr<const SecKey> privateKey;
   std::shared_ptr<const SecKey> publicKey;
 };
+
+/// A new pair from the system's random source. Throws SecurityError.
+[[nodiscard]] SecKeyPair generateKeyPair(SecKeyType type);
+
+/// The public key whose external representation `data` is. Throws SecurityError when it is none of `type`: another
+/// length or size of key, a point off the curve, bytes left over.
+[[nodiscard]] std::shared_ptr<const SecKey> publicKeyFromData(foundation::DataView data, SecKeyType type);
+
+/// Secret bytes, overwritten when they go out of scope; moved, never copied.
+class SecretData {
+ public:
+  explicit SecretData(foundation::Data bytes) noexcept : bytes_(std::move(bytes)) {}
+  SecretData(SecretData&&) noexcept = default;
+  SecretData& operator=(SecretData&&) = delete;
+  ~SecretData();
+
+  [[nodiscard]] foundation::DataView bytes() const noexcept { return bytes_; }
+
+ private:
+  foundation::Data bytes_;
+};
+
+/// The private key of `pair` as PKCS#8 in DER (RFC 5958), not encrypted; the public half can be derived from it.
+/// Throws SecurityError when the pair was made by none of these functions, such as one that lives in hardware.
+[[nodiscard]] SecretData pkcs8Of(const SecKeyPair& pair);
+
+/// The pair whose private key is `pkcs8`, as `pkcs8Of` writes it. Throws SecurityError when it is none of `type` or
+/// unsound: a half that does not fit the other, another curve or size of key, bytes left over.
+[[nodiscard]] SecKeyPair keyPairFromPKCS8(foundation::DataView pkcs8, SecKeyType type);
 
 }  // namespace tavlo::security

@@ -24,7 +24,8 @@ class KeyStore {
   ///
   /// Throws SecurityError or std::system_error.
   [[nodiscard]] virtual std::optional<security::SecKeyPair> createKeypair(std::string_view keyAlias,
-                                                                          security::SecKeyType type, bool ephemeral) = 0;
+                                                                          security::SecKeyType type,
+                                                                          bool ephemeral) = 0;
 
   /// The key store in force; by default PKCS#8 files (RFC 5958), mode 0600, in the folder "keys" of
   /// `foundation::applicationSupportFolder()`, itself of mode 0700.
@@ -39,7 +40,8 @@ class Util {
   Util() = delete;
   /// As KeyStore::createKeypair, on the key store in force.
   [[nodiscard]] static std::optional<security::SecKeyPair> createKeypair(
-      std::string_view keyAlias, security::SecKeyType type = security::SecKeyType::ellipticCurve, bool ephemeral = false);
+      std::string_view keyAlias, security::SecKeyType type = security::SecKeyType::ellipticCurve,
+      bool ephemeral = false);
 };
 
 }  // namespace tavlo::store

@@ -1,0 +1,61 @@
+#include <Security/SHA256.hpp>
+#include <TavloStore/FileKeyStore.hpp>
+
+#include <string>
+#include <system_error>
+
+namespace tavlo::store {
+
+using security::SecKeyPair;
+using security::SecKeyType;
+using security::SecurityError;
+
+namespace {
+
+/// Far more than an RSA key of 3072 bits takes.
+constexpr std::size_t maximumKeyFileSize = 16'384;
+
+constexpr std::string_view remedy =
+    "Restore the file from a backup, or move it away: then a new key is made for that document.";
+
+}  // namespace
+
+std::filesystem::path FileKeyStore::file(std::string_view keyAlias) const {
+  static constexpr std::string_view digits = "0123456789abcdef";
+  std::string name;
+  for (const std::uint8_t byte : security::sha256(foundation::dataOf(keyAlias))) {
+    name += {digits[byte >> 4U], digits[byte & 15U]};
+  }
+  return folder_ / (name + ".p8");
+}
+
+/// The pair in `file`; absent when there is no such file.
+std::optional<SecKeyPair> FileKeyStore::load(const std::filesystem::path& file, SecKeyType type) {
+  try {
+    const security::SecretData pkcs8(foundation::contentsOf(file, maximumKeyFileSize));
+    return security::keyPairFromPKCS8(pkcs8.bytes(), type);
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
+    throw std::system_error(error.code(), "The key file " + file.string() + " cannot be read. " + std::string(remedy));
+  } catch (const SecurityError& error) {
+    throw SecurityError("The key file " + file.string() + " is damaged or holds another kind of key: " + error.what() +
+                        ". " + std::string(remedy));
+  }
+}
+
+std::optional<SecKeyPair> FileKeyStore::createKeypair(std::string_view keyAlias, SecKeyType type, bool ephemeral) {
+  if (keyAlias.empty()) return std::nullopt;
+  if (ephemeral) return security::generateKeyPair(type);
+
+  const std::filesystem::path path = file(keyAlias);
+  if (auto kept = load(path, type)) return kept;
+
+  foundation::createPrivateFolder(folder_);
+  SecKeyPair made = security::generateKeyPair(type);
+  if (foundation::writePrivately(path, security::pkcs8Of(made).bytes(), foundation::IfExists::fail)) return made;
+  // Somebody else was faster, and their pair is the one that stays.
+  if (auto kept = load(path, type)) return kept;
+  throw SecurityError("The key file " + path.string() + " went away while it was read, or is a link to nothing.");
+}
+
+}  // namespace tavlo::store
