@@ -1,0 +1,12 @@
+#pragma once
+
+#include <Foundation/Bundle.hpp>
+
+#include <memory>
+
+namespace tavlo {
+
+/// The library's own images, compiled in.
+[[nodiscard]] std::shared_ptr<foundation::Bundle> compiledResources();
+
+}  // namespace tavlo

@@ -1,0 +1,31 @@
+# tavlo_compile_resources(OUTPUT file...): writes a source file that holds the files' bytes as the library's bundle.
+function(tavlo_compile_resources output)
+  set(arrays "")
+  set(rows "")
+  foreach(file ${ARGN})
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+    get_filename_component(name ${file} NAME)
+    string(MAKE_C_IDENTIFIER ${name} identifier)
+    file(READ ${file} hex HEX)
+    string(REGEX REPLACE "(..)" "0x\\1," bytes "${hex}")
+    string(APPEND arrays "constexpr std::uint8_t ${identifier}[] = {${bytes}};\n")
+    string(APPEND rows "    {\"${name}\", ${identifier}},\n")
+  endforeach()
+  file(CONFIGURE OUTPUT ${output} CONTENT [[
+#include <TavloCA/Resources.internal.hpp>
+
+#include <cstdint>
+
+namespace {
+
+@arrays@
+constexpr tavlo::foundation::CompiledBundle::Resource resources[] = {
+@rows@};
+
+}  // namespace
+
+std::shared_ptr<tavlo::foundation::Bundle> tavlo::compiledResources() {
+  return std::make_shared<foundation::CompiledBundle>(resources);
+}
+]] @ONLY)
+endfunction()
