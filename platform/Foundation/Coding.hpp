@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
-#include <limits>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -242,54 +240,51 @@ constexpr auto member(std::string_view key, Value (Record::*read)() const, void 
   return Member<Record, Value, decltype(read), decltype(write)>{key, read, write};
 }
 
-/// A type whose members are declared in one table: `static constexpr auto members() { return
-/// std::tuple{member(...)...}; }`. The table's order is the order of encoding and decoding. A member of type
-/// std::optional is written only if present and may be missing or null; any other is required.
-template <class T>
-concept HasMembers = requires {
-  T::members();
-};
-
 template <class T>
 inline constexpr bool isOptional = false;
 template <class T>
 inline constexpr bool isOptional<std::optional<T>> = true;
 
+// The members of a record are declared in one table, `std::tuple{member(...), ...}`. Its order is the order of encoding
+// and decoding. A member of type std::optional is written only if present and may be missing or null when read; any
+// other is required.
+
 /// Writes the members of `record` in the table's order.
-template <HasMembers Record>
-void encodeMembers(const Record& record, Encoder& encoder) {
+template <class Record, class... Members>
+void encodeMembers(const Record& record, const std::tuple<Members...>& table, Encoder& encoder) {
   KeyedEncodingContainer& container = encoder.container();
-  const auto encodeOne = [&](const auto& member) {
-    if constexpr (isOptional<typename std::remove_cvref_t<decltype(member)>::Value>) {
+  const auto encodeOne = [&]<class M>(const M& member) {
+    if constexpr (isOptional<typename M::Value>) {
       container.encodeIfPresent(member.key, std::invoke(member.read, record));
     } else {
       container.encode(member.key, std::invoke(member.read, record));
     }
   };
-  std::apply([&](const auto&... members) { (encodeOne(members), ...); }, Record::members());
+  std::apply([&](const auto&... members) { (encodeOne(members), ...); }, table);
 }
 
 /// Reads the members of `record` in the table's order. Throws at the first that cannot be read.
-template <HasMembers Record>
-void decodeMembers(Record& record, Decoder& decoder) {
+template <class Record, class... Members>
+void decodeMembers(Record& record, const std::tuple<Members...>& table, Decoder& decoder) {
   KeyedDecodingContainer& container = decoder.container();
-  const auto decodeOne = [&](const auto& member) {
-    using Value = typename std::remove_cvref_t<decltype(member)>::Value;
+  const auto decodeOne = [&]<class M>(const M& member) {
+    using Value = typename M::Value;
     if constexpr (isOptional<Value>) {
       std::invoke(member.write, record, container.decodeIfPresent<typename Value::value_type>(member.key));
     } else {
       std::invoke(member.write, record, container.decode<Value>(member.key));
     }
   };
-  std::apply([&](const auto&... members) { (decodeOne(members), ...); }, Record::members());
+  std::apply([&](const auto&... members) { (decodeOne(members), ...); }, table);
 }
 
 /// The place in the table of the member whose key is exactly `key`, absent when there is none.
-template <HasMembers Record>
-[[nodiscard]] constexpr std::optional<std::size_t> memberIndex(std::string_view key) {
+template <class... Members>
+[[nodiscard]] constexpr std::optional<std::size_t> memberIndex(const std::tuple<Members...>& table,
+                                                               std::string_view key) {
   std::size_t index = 0;
-  const bool found = std::apply(
-      [&](const auto&... members) { return ((members.key == key || (++index, false)) || ...); }, Record::members());
+  const bool found =
+      std::apply([&](const auto&... members) { return ((members.key == key || (++index, false)) || ...); }, table);
   return found ? std::optional(index) : std::nullopt;
 }
 
@@ -307,13 +302,18 @@ struct Coding<T> {
   static void encode(const T& value, Encoder& encoder) { value.encode(encoder); }
 };
 
-/// A record with a table of members.
+/// A record that gives its table of members away: `static constexpr auto members()`.
+template <class T>
+concept HasMembers = requires {
+  T::members();
+};
+
 template <HasMembers T>
 requires(!EncodesItself<T>) struct Coding<T> {
-  static void encode(const T& value, Encoder& encoder) { encodeMembers(value, encoder); }
+  static void encode(const T& value, Encoder& encoder) { encodeMembers(value, T::members(), encoder); }
   static T decode(Decoder& decoder) {
     T value;
-    decodeMembers(value, decoder);
+    decodeMembers(value, T::members(), decoder);
     return value;
   }
 };
