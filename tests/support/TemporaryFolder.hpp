@@ -5,15 +5,15 @@
 #include <stdexcept>
 #include <string>
 
-namespace tavlo::test {
+namespace tavlo::tests {
 
-/// A new folder that goes away with all it holds.
+/// A new empty folder that is removed, with all in it, at the end of the scope.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "tavlo-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
-    path_ = name;
+    std::string pattern = (std::filesystem::temp_directory_path() / "tavlo-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a temporary folder");
+    path_ = pattern;
   }
   ~TemporaryFolder() {
     std::error_code ignored;
@@ -23,9 +23,10 @@ class TemporaryFolder {
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
 
  private:
   std::filesystem::path path_;
 };
 
-}  // namespace tavlo::test
+}  // namespace tavlo::tests

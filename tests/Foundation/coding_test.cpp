@@ -1,0 +1,109 @@
+#include <Foundation/Coding.hpp>
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONEncoder.hpp>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace tavlo::foundation {
+namespace {
+
+struct Leaf {
+  std::string name;
+  std::optional<double> size;
+  static constexpr auto members() { return std::tuple{member("name", &Leaf::name), member("size", &Leaf::size)}; }
+};
+
+struct Tree {
+  Leaf first;
+  std::vector<Leaf> others;
+  std::optional<Leaf> last;
+  static constexpr auto members() {
+    return std::tuple{member("first", &Tree::first), member("others", &Tree::others), member("last", &Tree::last)};
+  }
+};
+
+TEST(Coding, WritesMembersInTheOrderOfTheirTableAndLeavesAbsentOnesOut) {
+  const Tree tree{{"a", std::nullopt}, {{"b", 2}, {"c", std::nullopt}}, std::nullopt};
+  const auto text = JSONEncoder().encode(tree);
+  EXPECT_EQ(textOf(text), R"({"first":{"name":"a"},"others":[{"name":"b","size":2},{"name":"c"}]})");
+  EXPECT_EQ(JSONEncoder().encode(JSONDecoder().decode<Tree>(text)), text);
+}
+
+TEST(Coding, TellsWhatIsWrongAndWhere) {
+  using Kind = DecodingError::Kind;
+  const struct {
+    std::string text;
+    Kind kind;
+    std::string path;
+  } rows[] = {
+      {R"({"others":[]})", Kind::keyNotFound, "first"},
+      {R"({"first":{"name":"a"},"others":[{"name":"b"},{}]})", Kind::keyNotFound, "others[1].name"},
+      {R"({"first":{"name":1},"others":[]})", Kind::typeMismatch, "first.name"},
+      {R"({"first":{"name":null},"others":[]})", Kind::valueNotFound, "first.name"},
+      {R"({"first":{"name":"a","size":"b"},"others":[]})", Kind::typeMismatch, "first.size"},
+      {R"({"first":{"name":"a"},"others":{}})", Kind::typeMismatch, "others"},
+      {R"([])", Kind::typeMismatch, ""},
+      {R"({"first")", Kind::dataCorrupted, ""},
+  };
+  for (const auto& row : rows) {
+    try {
+      (void)JSONDecoder().decode<Tree>(dataOf(row.text));
+      ADD_FAILURE() << "accepted: " << row.text;
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.kind(), row.kind) << row.text;
+      EXPECT_EQ(describe(error.codingPath()), row.path);
+      EXPECT_NE(std::string(error.what()).find(row.path), std::string::npos);
+    }
+  }
+}
+
+TEST(Coding, IgnoresUnknownMembersAndTakesNullForAbsent) {
+  const auto leaf = JSONDecoder().decode<Leaf>(dataOf(R"({"x":[{}],"size":null,"name":"a","Name":1})"));
+  EXPECT_EQ(leaf.name, "a");
+  EXPECT_FALSE(leaf.size);
+}
+
+TEST(Coding, MapsExactKeysOnly) {
+  EXPECT_EQ(memberIndex(Tree::members(), "others"), 1);
+  for (const char* other : {"Others", "other", "", "1"}) EXPECT_EQ(memberIndex(Tree::members(), other), std::nullopt);
+}
+
+/// Adds members to those of its base, as an app's subclass does, and writes some again.
+struct Extended {
+  std::vector<std::string> again;
+  void encode(Encoder& encoder) const {
+    encodeMembers(Leaf{"a", 1}, Leaf::members(), encoder);
+    for (const std::string& key : again) encoder.container().encode(key, std::string("new"));
+  }
+};
+
+TEST(Coding, SameContainerTakesFurtherMembersAndTheLastOfOneKeyCounts) {
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"extra"}, R"({"name":"a","size":1,"extra":"new"})"},
+      {{"name"}, R"({"size":1,"name":"new"})"},
+      {{"size"}, R"({"name":"a","size":"new"})"},
+      {{"name", "size", "name"}, R"({"size":"new","name":"new"})"},
+      {{"extra", "name", "extra", "size"}, R"({"name":"new","extra":"new","size":"new"})"},
+  };
+  for (const auto& [again, text] : rows) EXPECT_EQ(textOf(JSONEncoder().encode(Extended{again})), text);
+}
+
+struct WritesNothing {
+  void encode(Encoder& /*encoder*/) const {}
+};
+
+TEST(Coding, ErrorsOfTheEncoderNameTheirPlace) {
+  try {
+    (void)JSONEncoder().encode(Tree{{"a", 0}, {{"b", 0}, {"\xFF", 0}}, std::nullopt});
+    ADD_FAILURE() << "accepted malformed text";
+  } catch (const EncodingError& error) {
+    EXPECT_EQ(describe(error.codingPath()), "others[1].name");
+  }
+  EXPECT_THROW((void)JSONEncoder().encode(WritesNothing{}), EncodingError);
+}
+
+}  // namespace
+}  // namespace tavlo::foundation

@@ -1,0 +1,119 @@
+#include <Foundation/Bundle.hpp>
+#include <Foundation/Data.hpp>
+#include <Foundation/StandIn.hpp>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "support/TemporaryFolder.hpp"
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace tavlo::foundation {
+namespace {
+
+namespace fs = std::filesystem;
+using tests::TemporaryFolder;
+
+mode_t modeOf(const fs::path& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+std::size_t entriesIn(const fs::path& folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+TEST(Files, AreWrittenPrivatelyAndWhole) {
+  const TemporaryFolder folder;
+  const fs::path path = folder / "file";
+  EXPECT_TRUE(writePrivately(path, dataOf("one")));
+  EXPECT_TRUE(writePrivately(path, dataOf("two")));
+  EXPECT_FALSE(writePrivately(path, dataOf("three"), IfExists::fail));
+  EXPECT_EQ(textOf(contentsOf(path)), "two");
+  EXPECT_EQ(modeOf(path), 0600U);
+  EXPECT_THROW(writePrivately(folder / "missing/file", dataOf("x")), std::system_error);
+  fs::create_directory(folder / "taken");
+  EXPECT_THROW(writePrivately(folder / "taken", dataOf("x")), std::system_error);
+  EXPECT_EQ(entriesIn(folder.path()), 2U) << "a temporary file was left behind";
+}
+
+TEST(Files, OfSeveralWritersExactlyOneWins) {
+  const TemporaryFolder folder;
+  std::atomic<int> winners = 0;
+  std::vector<std::thread> threads;
+  for (char name = 'a'; name < 'i'; ++name) {
+    threads.emplace_back([&, name] {
+      if (writePrivately(folder / "file", dataOf(std::string(1000, name)), IfExists::fail)) ++winners;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(winners, 1);
+  EXPECT_EQ(contentsOf(folder / "file").size(), 1000U);
+}
+
+TEST(Files, OnlyRegularOnesOfBoundedSizeAreRead) {
+  const TemporaryFolder folder;
+  std::ofstream(folder / "ten") << "0123456789";
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(contentsOf(folder / "ten", 10).size(), 10U);
+  EXPECT_THROW((void)contentsOf(folder / "ten", 9), std::system_error);
+  EXPECT_THROW((void)contentsOf(folder / "pipe"), std::system_error);
+  EXPECT_THROW((void)contentsOf("/dev/zero"), std::system_error);
+  EXPECT_THROW((void)contentsOf(folder.path()), std::system_error);
+  EXPECT_THROW((void)contentsOf(""), std::system_error);
+  EXPECT_THROW((void)contentsOf((folder / "ten").string() + std::string("\0.png", 5)), std::system_error);
+}
+
+TEST(Files, PrivateFoldersAndWhereTheyLie) {
+  const TemporaryFolder folder;
+  createPrivateFolder(folder / "a/b/c");
+  createPrivateFolder(folder / "a/b/c");
+  EXPECT_EQ(modeOf(folder / "a"), 0700U);
+  EXPECT_EQ(modeOf(folder / "a/b/c"), 0700U);
+  std::ofstream(folder / "file") << "x";
+  EXPECT_THROW(createPrivateFolder(folder / "file/below"), std::system_error);
+
+  const char* const previous = ::getenv("XDG_DATA_HOME");
+  const std::string kept = previous == nullptr ? "" : previous;
+  ::setenv("XDG_DATA_HOME", "/data", 1);
+  EXPECT_EQ(applicationSupportFolder(), "/data/tavlo");
+  ::setenv("XDG_DATA_HOME", "relative", 1);
+  ::setenv("HOME", "/home/x", 1);
+  EXPECT_EQ(applicationSupportFolder(), "/home/x/.local/share/tavlo");
+  kept.empty() ? ::unsetenv("XDG_DATA_HOME") : ::setenv("XDG_DATA_HOME", kept.c_str(), 1);
+}
+
+TEST(Bundle, FindsNamedFilesAndNothingOutside) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "resources");
+  std::ofstream(folder / "resources/a.png") << "a";
+  std::ofstream(folder / "secret") << "s";
+  const FolderBundle bundle(folder / "resources");
+  EXPECT_EQ(bundle.resource("a.png"), dataOf("a"));
+  for (const char* name : {"b.png", "", ".", "..", "../secret"}) EXPECT_EQ(bundle.resource(name), std::nullopt) << name;
+}
+
+TEST(Bundle, AHostPutsItsOwnInAndTakesItBack) {
+  static const Data bytes{1, 2};
+  static const CompiledBundle::Resource resources[] = {{"r", bytes}};
+  const auto own = std::make_shared<CompiledBundle>(resources);
+  const auto previous = Bundle::installMain(own);
+  EXPECT_EQ(Bundle::main()->resource("r"), bytes);
+  EXPECT_EQ(Bundle::installMain(previous), own);
+  EXPECT_EQ(Bundle::main()->resource("r"), std::nullopt);
+
+  const auto makeEmpty = []() -> std::shared_ptr<Bundle> { return std::make_shared<FolderBundle>("/nowhere"); };
+  EXPECT_EQ(Bundle::ofLibrary("Lib", makeEmpty)->resource("r"), std::nullopt);
+  Bundle::installOfLibrary("Lib", own);
+  EXPECT_EQ(Bundle::ofLibrary("Lib", makeEmpty), own);
+  EXPECT_EQ(Bundle::installOfLibrary("Lib", nullptr), own);
+}
+
+}  // namespace
+}  // namespace tavlo::foundation

@@ -1,0 +1,165 @@
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONEncoder.hpp>
+#include <Foundation/JSONValue.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+
+namespace tavlo::foundation {
+namespace {
+
+std::string written(const auto& value) {
+  return std::string(textOf(JSONEncoder().encode(value)));
+}
+
+JSONValue read(std::string_view text) {
+  return JSONSerialization::jsonObject(dataOf(text), JSONReadingOptions::fragmentsAllowed);
+}
+
+std::string repeated(std::string_view text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+TEST(JSON, WritesCompactTextInTheShortestForm) {
+  const std::pair<JSONValue, std::string> rows[] = {
+      {JSONValue(), "null"},
+      {true, "true"},
+      {-7, "-7"},
+      {18446744073709551615U, "18446744073709551615"},
+      {1.5, "1.5"},
+      {-1.0, "-1"},
+      {1.7976931348623157e308, "1.7976931348623157e+308"},
+      {0.000001, "1e-06"},
+      {"\"\\/\b\f\n\r\t\x1b\x7f\xC3\xA9'", "\"\\\"\\\\/\\b\\f\\n\\r\\t\\u001b\x7f\xC3\xA9'\""},
+      {std::string("a\0b", 3), "\"a\\u0000b\""},
+      {JSONArray{1, JSONArray{}, JSONObject{}}, "[1,[],{}]"},
+      {JSONObject{{"k", 1}, {"m\n", JSONArray{"x"}}}, "{\"k\":1,\"m\\n\":[\"x\"]}"},
+  };
+  for (const auto& [value, text] : rows) {
+    EXPECT_EQ(written(value), text);
+    EXPECT_EQ(written(read(text)), text);
+  }
+}
+
+TEST(JSON, RefusesToWriteWhatJSONCannotHold) {
+  for (const JSONValue& value : {JSONValue(NAN), JSONValue(INFINITY), JSONValue("\xC3"), JSONValue("\xED\xA0\x80"),
+                                 JSONValue(JSONObject{{"\xFF", 1}})}) {
+    EXPECT_THROW((void)JSONEncoder().encode(JSONValue(JSONArray{value})), EncodingError);
+  }
+}
+
+TEST(JSON, KeepsNumbersExactly) {
+  EXPECT_EQ(read("6032314514195021674"), JSONValue(6032314514195021674));
+  EXPECT_EQ(read("9223372036854775808"), JSONValue(9223372036854775808U));
+  EXPECT_EQ(read("-0.5e1"), JSONValue(-5.0));
+  ASSERT_NE(read("123456789012345678901234567890").getIf<double>(), nullptr);
+}
+
+TEST(JSON, FirstOfTwoEqualKeysCounts) {
+  EXPECT_EQ(read(R"({"k":"first","j":0,"k":"second"})"), JSONValue(JSONObject{{"k", "first"}, {"j", 0}}));
+}
+
+TEST(JSON, RefusesMalformedText) {
+  using namespace std::string_literals;
+  const std::string rows[] = {
+      "",
+      " ",
+      "[1,]",
+      "{\"a\":0,}",
+      "{\"a\":1} x",
+      "[1\0]"s,
+      "[\"\0\"]"s,
+      "\0[]"s,
+      "[]\0"s,
+      "[\x01]",
+      "[\"\x1f\"]",
+      "[NaN]",
+      "[0x42]",
+      "[1.e2]",
+      "[-.1]",
+      "[+1]",
+      "[01]",
+      "['a']",
+      "[\"\\h\"]",
+      "[\"\\uD834\"]",
+      "[\"\\uDD1E\\uD834\"]",
+      "[\"\xC0\x80\"]",
+      "[\"\xED\xA0\x80\"]",
+      "[\"\xF4\x90\x80\x80\"]",
+      "\xEF\xBB\xBF{}",
+      "\xFE\xFF\0{\0}"s,
+      "{\0}\0"s,
+      "[1e400]",
+      "[2.01e-1234]",
+      "{",
+      "[\"foo",
+      "nul",
+      "//\n[]",
+      "{1:2}",
+  };
+  for (const std::string& row : rows) {
+    try {
+      (void)read(row);
+      ADD_FAILURE() << "accepted: " << row;
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.kind(), DecodingError::Kind::dataCorrupted) << row;
+    }
+  }
+}
+
+TEST(JSON, FragmentsOnlyWhereAllowed) {
+  for (const char* text : {"3", "\"s\"", "null", "true"}) {
+    EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text)), DecodingError);
+    EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text), JSONReadingOptions::mutableContainers),
+                 DecodingError);
+    EXPECT_NO_THROW((void)read(text));
+  }
+}
+
+TEST(JSON, DepthIsBoundedBothWays) {
+  EXPECT_NO_THROW((void)read(repeated("[", 512) + repeated("]", 512)));
+  EXPECT_NO_THROW((void)read(repeated("{\"a\":", 512) + "null" + repeated("}", 512)));
+  EXPECT_THROW((void)read(repeated("[", 513) + repeated("]", 513)), DecodingError);
+  EXPECT_THROW((void)read(repeated("[", 100'000)), DecodingError);
+
+  JSONValue nested = JSONArray{};
+  for (int i = 1; i < 512; ++i) nested = JSONArray{std::move(nested)};
+  EXPECT_EQ(written(nested), repeated("[", 512) + repeated("]", 512));
+  EXPECT_THROW((void)JSONEncoder().encode(JSONValue(JSONArray{std::move(nested)})), EncodingError);
+}
+
+template <class T>
+std::optional<DecodingError::Kind> failure(std::string_view text) {
+  try {
+    (void)JSONDecoder().decode<T>(dataOf(text));
+    return std::nullopt;
+  } catch (const DecodingError& error) {
+    return error.kind();
+  }
+}
+
+TEST(JSON, DecodesPlainValuesWithoutConverting) {
+  using Kind = DecodingError::Kind;
+  EXPECT_EQ(JSONDecoder().decode<double>(dataOf("1e3 ")), 1000);
+  EXPECT_EQ(JSONDecoder().decode<double>(dataOf("12")), 12);
+  EXPECT_EQ(JSONDecoder().decode<std::string>(dataOf(R"("\uD834\uDD1E\/\u000b")")), "\xF0\x9D\x84\x9E/\x0b");
+  EXPECT_EQ(JSONDecoder().decode<std::vector<bool>>(dataOf("[true,false]")), (std::vector<bool>{true, false}));
+  EXPECT_EQ(JSONDecoder().decode<std::uint8_t>(dataOf("-0")), 0);
+  EXPECT_EQ(JSONDecoder().decode<std::uint64_t>(dataOf("18446744073709551615")), 18446744073709551615U);
+  EXPECT_EQ(failure<std::vector<bool>>("[1]"), Kind::typeMismatch);
+  EXPECT_EQ(failure<int>("false"), Kind::typeMismatch);
+  EXPECT_EQ(failure<std::string>("1"), Kind::typeMismatch);
+  EXPECT_EQ(failure<std::string>("null"), Kind::valueNotFound);
+  EXPECT_EQ(failure<std::int8_t>("128"), Kind::dataCorrupted);
+  EXPECT_EQ(failure<std::int8_t>("-129"), Kind::dataCorrupted);
+  EXPECT_EQ(failure<std::uint8_t>("-1"), Kind::dataCorrupted);
+  EXPECT_EQ(failure<std::int64_t>("9223372036854775808"), Kind::dataCorrupted);
+  EXPECT_EQ(failure<std::int64_t>("1.5"), Kind::dataCorrupted);
+}
+
+}  // namespace
+}  // namespace tavlo::foundation

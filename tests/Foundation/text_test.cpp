@@ -1,0 +1,80 @@
+#include <Foundation/FatalError.hpp>
+#include <Foundation/Hex.hpp>
+#include <Foundation/Print.hpp>
+#include <Foundation/UTF8.hpp>
+
+#include <gtest/gtest.h>
+
+#include "support/Printed.hpp"
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tavlo::foundation {
+namespace {
+
+TEST(Text, UTF8IsCheckedAndMended) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"", ""},
+      {"plain text of some length", "plain text of some length"},
+      {"\xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF", "\xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF"},
+      {"a\xFFz", "a\xEF\xBF\xBDz"},
+      {"1234567\xC3", "1234567\xEF\xBF\xBD"},
+      {"\xC0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"\xE2\x82z", "\xEF\xBF\xBDz"},
+      {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"\xF4\x90\x80\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"\xE0\x9F\xBF|\xF0\x8F", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBD\xEF\xBF\xBD"},
+  };
+  for (const auto& [text, valid] : rows) {
+    EXPECT_EQ(isValidUTF8(text), text == valid) << valid;
+    EXPECT_EQ(makeValidUTF8(text), valid);
+    EXPECT_TRUE(isValidUTF8(valid));
+  }
+}
+
+TEST(Text, HexIsLowerCaseAndReadInBothCases) {
+  EXPECT_EQ(toHexString(Data{0x0A, 0xFF}), "0aff");
+  EXPECT_EQ(toHexString({}), "");
+  EXPECT_EQ(dataFromHex("0aFf"), (Data{0x0A, 0xFF}));
+  for (const char* text : {"0", "0g", " 0", "0x"}) EXPECT_EQ(dataFromHex(text), std::nullopt);
+}
+
+TEST(Text, PrintGoesToStandardOutputOrToTheHandler) {
+  testing::internal::CaptureStdout();
+  print("to standard output");
+  {
+    const tests::Printed printed;
+    print("to the handler");
+    EXPECT_EQ(printed.lines(), std::vector<std::string>{"to the handler"});
+  }
+  setPrintHandler([](std::string_view) {});
+  print("silenced");
+  setPrintHandler({});
+  print("back");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "to standard output\nback\n");
+}
+
+TEST(Text, LinesOfSeveralThreadsDoNotMix) {
+  testing::internal::CaptureStdout();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([i] {
+      for (int j = 0; j < 200; ++j) print(std::string(5000, static_cast<char>('a' + i)));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  const std::string output = testing::internal::GetCapturedStdout();
+  ASSERT_EQ(output.size(), 4U * 200 * 5001);
+  for (std::size_t at = 0; at < output.size(); at += 5001) {
+    ASSERT_EQ(output.find_first_not_of(output[at], at), at + 5000);
+  }
+}
+
+TEST(TextDeathTest, FatalErrorReportsAndAborts) {
+  EXPECT_EXIT(fatalError("why", "Source"), testing::KilledBySignal(SIGABRT), "^Fatal error: why: file Source\n$");
+}
+
+}  // namespace
+}  // namespace tavlo::foundation
