@@ -11,6 +11,7 @@
 #include <Foundation/UTF8.hpp>
 #include <TavloCA/TavloCA.internal.hpp>
 #include <TavloCommon/TavloCommon.hpp>
+#include <TavloReader/DataGroups.hpp>
 #include <TavloReader/Log.hpp>
 #include <TavloStore/Util.hpp>
 
@@ -129,12 +130,11 @@ void TavloCA::post(Data data, std::string_view urlString, Completion completion)
   auto url = foundation::URL::parse(urlString);
   if (!url) return fail(completion, "Empty URL");
 
-  foundation::URLRequest request;
-  request.url = *std::move(url);
-  request.cachePolicy = foundation::CachePolicy::useProtocolCachePolicy;
-  request.timeoutInterval = std::chrono::seconds(60);
-  request.httpMethod = "POST";
-  request.httpBody = std::move(data);
+  foundation::URLRequest request{.url = *std::move(url),
+                                 .cachePolicy = foundation::CachePolicy::useProtocolCachePolicy,
+                                 .timeoutInterval = std::chrono::seconds(60),
+                                 .httpMethod = "POST",
+                                 .httpBody = std::move(data)};
   auto task = foundation::URLSession::shared()->dataTask(
       std::move(request), [completion = std::move(completion)](std::optional<Data> body, const auto& /*response*/,
                                                                const std::exception_ptr& error) {

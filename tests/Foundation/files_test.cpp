@@ -18,7 +18,7 @@ namespace tavlo::foundation {
 namespace {
 
 namespace fs = std::filesystem;
-using tests::TemporaryFolder;
+using test::TemporaryFolder;
 
 mode_t modeOf(const fs::path& path) {
   struct stat status {};

@@ -45,7 +45,7 @@ TEST(Text, PrintGoesToStandardOutputOrToTheHandler) {
   testing::internal::CaptureStdout();
   print("to standard output");
   {
-    const tests::Printed printed;
+    const test::Printed printed;
     print("to the handler");
     EXPECT_EQ(printed.lines(), std::vector<std::string>{"to the handler"});
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tavlo::tests {
+namespace tavlo::test {
 
 /// Catches the console lines of its scope.
 class Printed {
@@ -32,4 +32,4 @@ class Printed {
   foundation::PrintHandler previous_;
 };
 
-}  // namespace tavlo::tests
+}  // namespace tavlo::test

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace tavlo::tests {
+namespace tavlo::test {
 
 /// A new empty folder that is removed, with all in it, at the end of the scope.
 class TemporaryFolder {
@@ -29,4 +29,4 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-}  // namespace tavlo::tests
+}  // namespace tavlo::test

@@ -1,0 +1,267 @@
+#include <TavloCA/CAError.hpp>
+#include <TavloCA/CredentialDocument.hpp>
+
+#include <Foundation/Bundle.hpp>
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONEncoder.hpp>
+#include <gtest/gtest.h>
+
+#include "support/Documents.hpp"
+#include "support/StandIns.hpp"
+#include "support/TemporaryFolder.hpp"
+
+#include <string>
+
+namespace tavlo {
+namespace {
+
+using foundation::Data;
+using foundation::dataOf;
+using foundation::DecodingError;
+using foundation::JSONArray;
+using foundation::JSONDecoder;
+using foundation::JSONEncoder;
+using foundation::JSONObject;
+
+std::string jsonOf(const CredentialDocument& document) {
+  return std::string(textOf(JSONEncoder().encode(document)));
+}
+
+template <class T>
+std::shared_ptr<T> documentFrom(std::string_view json) {
+  return JSONDecoder().decode<std::shared_ptr<T>>(dataOf(json));
+}
+
+uikit::UIImage greyPicture(std::uint8_t level) {
+  const Data pixels{level, level, level};
+  return uikit::UIImage::fromPixels(pixels, 1, 1, 3, uikit::PixelFormat::rgb);
+}
+
+class Document : public testing::Test {
+ protected:
+  std::shared_ptr<test::FakeImageStore> images_ = std::make_shared<test::FakeImageStore>();
+  foundation::StandIn<common::ImageStore> imagesStandIn_{images_};
+  test::Logged logged_;
+};
+
+constexpr std::string_view placeholderJSON =
+    R"({"documentType":"P","documentNumber":"","nationality":"","lastName":"Dannqvist","firstName":"Brenu",)"
+    R"("dateOfBirth":"700101","gender":"M","documentExpiryDate":"","children":[]})";
+
+constexpr std::string_view fullJSON =
+    R"({"documentType":"A","documentNumber":"1","nationality":"2","lastName":"3","firstName":"4","dateOfBirth":"5",)"
+    R"("gender":"6","documentExpiryDate":"7","portraitFilename":"8","signatureFilename":"9",)"
+    R"("certificateSigningRequest":"10","children":[{"documentNumber":"c","nationality":"","lastName":"","firstName":"",)"
+    R"("dateOfBirth":"","gender":"","documentExpiryDate":"","children":[]}]})";
+
+TEST_F(Document, CodesItsTwelveMembersInOrder) {
+  EXPECT_EQ(jsonOf(*make<CredentialDocument>()), placeholderJSON);
+  for (const std::string_view json : {placeholderJSON, fullJSON}) {
+    EXPECT_EQ(jsonOf(*documentFrom<CredentialDocument>(json)), json);
+    EXPECT_EQ(jsonOf(*documentFrom<Passport>(json)), json) << "no marker of the subclass";
+  }
+}
+
+TEST_F(Document, DecodingTellsRequiredFromOptionalMembers) {
+  const auto full = *toJSON(fullJSON);
+  for (const auto& [key, value] : full) {
+    const bool optional = key == "documentType" || key == "portraitFilename" || key == "signatureFilename" ||
+                          key == "certificateSigningRequest";
+    for (const bool null : {false, true}) {
+      JSONObject other = full;
+      if (null) {
+        other[key] = {};
+      } else {
+        other.erase(key);
+      }
+      std::optional<DecodingError::Kind> failure;
+      try {
+        const auto bytes = JSONEncoder().encode(foundation::JSONValue(other));
+        const auto document = JSONDecoder().decode<std::shared_ptr<CredentialDocument>>(bytes);
+        EXPECT_FALSE(document->json()->contains(key));
+      } catch (const DecodingError& error) {
+        failure = error.kind();
+        EXPECT_EQ(describe(error.codingPath()), key);
+      }
+      if (optional) {
+        EXPECT_EQ(failure, std::nullopt) << key;
+      } else {
+        EXPECT_EQ(failure, null ? DecodingError::Kind::valueNotFound : DecodingError::Kind::keyNotFound) << key;
+      }
+    }
+  }
+  JSONObject unknownKind = full;
+  unknownKind["documentType"] = "X";
+  EXPECT_THROW((void)documentFrom<Passport>(textOf(JSONEncoder().encode(foundation::JSONValue(unknownKind)))),
+               DecodingError);
+}
+
+TEST_F(Document, ChildrenComeBackAsBaseRecords) {
+  const auto parent = make<CredentialDocument>();
+  parent->modifyChildren([](auto& children) { children.push_back(make<Passport>()); });
+  const auto again = documentFrom<Passport>(jsonOf(*parent));
+  ASSERT_EQ(again->children().size(), 1U);
+  EXPECT_EQ(dynamic_cast<Passport*>(again->children().front().get()), nullptr);
+  EXPECT_EQ(jsonOf(*again->children().front()), placeholderJSON);
+
+  const auto* children = parent->json()->at("children").getIf<JSONArray>();
+  ASSERT_TRUE(children);
+  EXPECT_EQ(children->front().getIf<JSONObject>()->size(), 9U);
+}
+
+TEST_F(Document, ACycleOrMalformedTextGivesNoJSON) {
+  const auto document = make<CredentialDocument>();
+  document->setChildren({document});
+  EXPECT_THROW((void)JSONEncoder().encode(*document), foundation::EncodingError);
+  EXPECT_EQ(document->json(), std::nullopt);
+  document->setChildren({});
+  document->setGender("\xFF");
+  EXPECT_EQ(document->json(), std::nullopt);
+}
+
+TEST_F(Document, DescribesItselfInOneLine) {
+  const auto document = make<CredentialDocument>();
+  EXPECT_EQ(document->description(),
+            "CredentialDocument: documentType Optional(TavloCA.DocumentType.P) documentNumber  nationality  lastName "
+            "Dannqvist firstName Brenu dateOfBirth 700101 gender M documentExpiryDate  portraitFilename nil "
+            "signatureFilename nil certificateSigningRequest nil children [] ");
+  document->setDocumentType(std::nullopt);
+  document->setPortraitFilename("abc.png");
+  document->setCertificateSigningRequest(std::string("\"\\\n\r\t\0\x05\x7F'\xC3\xA5", 11));
+  const auto inner = document->description();
+  EXPECT_NE(inner.find("documentType nil "), std::string::npos);
+  EXPECT_NE(inner.find("portraitFilename Optional(\"abc.png\") "), std::string::npos);
+  EXPECT_NE(inner.find("Request Optional(\"\\\"\\\\\\n\\r\\t\\0\\u{05}\\u{7F}'\xC3\xA5\") "), std::string::npos);
+
+  const auto parent = make<Passport>();
+  parent->setChildren({document, document});
+  EXPECT_TRUE(parent->description().ends_with(" children [" + inner + ", " + inner + "] "));
+}
+
+/// Writes down each step that goes through an accessor of its own.
+struct Recorder : Passport {
+  using Passport::Passport;
+  std::vector<std::string> steps;
+
+  void setDocumentType(std::optional<DocumentType> value) override { note("documentType", value ? "set" : "nil"); }
+  void setDocumentNumber(std::string value) override { note("documentNumber", value); }
+  void setNationality(std::string value) override { note("nationality", value); }
+  void setLastName(std::string value) override { note("lastName", value); }
+  void setFirstName(std::string value) override { note("firstName", value); }
+  void setDateOfBirth(std::string value) override { note("dateOfBirth", value); }
+  void setGender(std::string value) override { note("gender", value); }
+  void setDocumentExpiryDate(std::string value) override { note("documentExpiryDate", value); }
+  void setPortraitFilename(std::optional<std::string> value) override { note("portrait", value.value_or("nil")); }
+  void setSignatureFilename(std::optional<std::string> value) override { note("signature", value.value_or("nil")); }
+  void setChildren(Children value) override { note("children", std::to_string(value.size())); }
+  [[nodiscard]] std::string gender() const override { return "own"; }
+
+ private:
+  void note(const std::string& field, const std::string& value) { steps.push_back(field + " " + value); }
+};
+
+TEST_F(Document, InitialisersWriteThroughTheAccessorsInOrder) {
+  using Steps = std::vector<std::string>;
+  EXPECT_EQ(make<Recorder>()->steps,
+            (Steps{"portrait nil", "signature nil", "firstName Brenu", "lastName Dannqvist", "documentType set",
+                   "documentNumber ", "nationality ", "dateOfBirth 700101", "gender M", "documentExpiryDate "}));
+  for (const bool flag : {true, false}) {
+    images_->images.clear();
+    EXPECT_EQ(make<Recorder>(IsDemo{flag})->steps,
+              (Steps{"portrait image-1", "signature image-2", "firstName Sven", "lastName Svensson", "documentType set",
+                     "documentNumber 12345678", "nationality SWE", "dateOfBirth 700101", "gender M",
+                     "documentExpiryDate 200101"}));
+  }
+  reader::NFCPassportModel model;
+  model.add(reader::DataGroup::parse(test::dataGroup1()));
+  const Steps fromModel{
+      "documentNumber L898902C3", "nationality UTO",           "lastName ERIKSSON", "firstName ANNA MARIA",
+      "dateOfBirth 740812",       "documentExpiryDate 120415", "gender F",          "documentType set"};
+  EXPECT_EQ(make<Recorder>(model)->steps, fromModel) << "without pictures nothing is kept";
+  EXPECT_EQ(images_->images.size(), 2U);
+
+  const auto decoded = documentFrom<Recorder>(fullJSON);
+  EXPECT_EQ(decoded->steps,
+            (Steps{"documentType set", "documentNumber 1", "nationality 2", "lastName 3", "firstName 4",
+                   "dateOfBirth 5", "gender 6", "documentExpiryDate 7", "portrait 8", "signature 9", "children 1"}));
+  EXPECT_EQ(*decoded->json()->at("gender").getIf<std::string>(), "own") << "encoding reads through the accessors";
+  EXPECT_NE(decoded->description().find("gender own "), std::string::npos);
+}
+
+TEST_F(Document, FromAModelTakesTheKindAndThePictures) {
+  const Data portrait = *UIImagePNGRepresentation(greyPicture(10));
+  const Data signature = *UIImagePNGRepresentation(greyPicture(20));
+  reader::NFCPassportModel model;
+  model.add(reader::DataGroup::parse(test::dataGroup1(test::exampleTD1)));
+  model.add(reader::DataGroup::parse(test::dataGroup2(portrait)));
+  model.add(reader::DataGroup::parse(test::dataGroup7(signature)));
+  const auto passport = make<Passport>(model);
+  EXPECT_EQ(passport->documentType(), DocumentType::I);
+  ASSERT_TRUE(passport->image());
+  EXPECT_EQ(passport->image()->pixels()[0], 10);
+  ASSERT_TRUE(passport->signature());
+  EXPECT_EQ(passport->signature()->pixels()[0], 20);
+
+  images_->broken = true;
+  const auto unkept = make<Passport>(model);
+  EXPECT_EQ(unkept->portraitFilename(), std::nullopt);
+  EXPECT_EQ(unkept->documentNumber(), "D23145890");
+
+  std::string twoLetters(test::exampleTD3);
+  twoLetters[1] = 'P';
+  reader::NFCPassportModel other;
+  other.add(reader::DataGroup::parse(test::dataGroup1(twoLetters)));
+  EXPECT_EQ(make<Passport>(other)->documentType(), std::nullopt);
+}
+
+TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
+  using Messages = std::vector<std::string>;
+  const test::TemporaryFolder folder;
+  foundation::writePrivately(folder / "picture", *UIImagePNGRepresentation(greyPicture(30)));
+  foundation::writePrivately(folder / "text", dataOf("no image"));
+  const auto document = make<CredentialDocument>();
+  const struct {
+    std::optional<std::string> name;
+    bool found;
+    Messages messages;
+    Messages signatureMessages;
+  } rows[] = {
+      {std::nullopt, false, {"error: portraitFilename == nil"}, {"warning: no signatureFilename"}},
+      {(folder / "picture").string(), true, {}, {}},
+      {(folder / "text").string(), false, {}, {}},
+      {"image-7", false, {"error: Could not get data"}, {"error: Could not get data"}},
+      {"", false, {"error: Could not get data"}, {"error: Could not get data"}},
+      {folder.path().string(), false, {"error: Could not get data"}, {"error: Could not get data"}},
+  };
+  for (const auto& row : rows) {
+    document->setPortraitFilename(row.name);
+    document->setSignatureFilename(row.name);
+    EXPECT_EQ(document->image().has_value(), row.found) << row.name.value_or("nil");
+    EXPECT_EQ(logged_.take(), row.messages);
+    EXPECT_EQ(document->signature().has_value(), row.found) << row.name.value_or("nil");
+    EXPECT_EQ(logged_.take(), row.signatureMessages);
+  }
+}
+
+TEST_F(Document, FlagsAreConstantsAndEqualityIsIdentity) {
+  const auto demo = make<Passport>(IsDemo{});
+  const auto blank = make<CredentialDocument>();
+  for (const CredentialDocument* document : {static_cast<const CredentialDocument*>(demo.get()), blank.get()}) {
+    EXPECT_FALSE(document->isExpired() || document->isBlocked());
+    EXPECT_TRUE(document->isSigned() && document->isLocked() && document->isValid());
+  }
+  EXPECT_TRUE(*blank == *blank);
+  EXPECT_FALSE(*blank == *make<CredentialDocument>());
+  EXPECT_EQ(blank->hash(), blank->hash());
+}
+
+TEST(DocumentDeathTest, DemoEndsTheProcessWithoutTheLibrarysImages) {
+  const auto own = std::make_shared<foundation::FolderBundle>("/nowhere");
+  foundation::Bundle::installOfLibrary("TavloCA", own);
+  EXPECT_EXIT((void)make<Passport>(IsDemo{}), testing::KilledBySignal(SIGABRT),
+              "^Fatal error: Unexpectedly found nil while unwrapping an Optional value: file CredentialDocument");
+  foundation::Bundle::installOfLibrary("TavloCA", nullptr);
+}
+
+}  // namespace
+}  // namespace tavlo

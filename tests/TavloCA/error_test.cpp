@@ -1,0 +1,79 @@
+#include <TavloCA/CAError.hpp>
+#include <TavloCA/DocumentType.hpp>
+
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONEncoder.hpp>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace tavlo {
+namespace {
+
+using foundation::dataOf;
+using foundation::JSONObject;
+
+TEST(CAError, CarriesItsPrefixOnceForEachConstruction) {
+  EXPECT_EQ(CAError("Empty URL").description(), "CAError: Empty URL");
+  EXPECT_EQ(CAError("").message, "CAError: ");
+  EXPECT_EQ(CAError(CAError("x").message).message, "CAError: CAError: x");
+  CAError error("x");
+  error.message = "y";
+  EXPECT_EQ(error.description(), "y");
+  EXPECT_STREQ(error.what(), "y");
+}
+
+TEST(TextHelpers, ToJSONGivesTheMembersOfAnObjectOnly) {
+  const auto object = toJSON(R"({"a":[1,{"b":null}],"a":2,"c":true})");
+  ASSERT_TRUE(object);
+  EXPECT_EQ(*object, (JSONObject{{"a", foundation::JSONArray{1, JSONObject{{"b", {}}}}}, {"c", true}}));
+  EXPECT_EQ(toJSON("{}"), JSONObject{});
+  for (const char* text : {"", "[]", "3", "\"a\"", "null", "not JSON", "{\"a\":\"\xC3\"}", "{} x"}) {
+    EXPECT_EQ(toJSON(text), std::nullopt) << text;
+  }
+}
+
+TEST(TextHelpers, AppendStringMendsWhatIsNoUTF8) {
+  foundation::NSMutableData data = dataOf("a");
+  appendString(data, "");
+  appendString(data, "\xC3\xA5");
+  appendString(data, "\xFF");
+  EXPECT_EQ(foundation::textOf(data), "a\xC3\xA5\xEF\xBF\xBD");
+}
+
+TEST(DocumentType, CodesTitlesAndJSONBelongTogether) {
+  const struct {
+    DocumentType type;
+    std::string code;
+    std::string title;
+  } rows[] = {{DocumentType::P, "P", "Passport"},
+              {DocumentType::A, "A", "Residence Card"},
+              {DocumentType::I, "I", "National Identity Card"},
+              {DocumentType::H, "H", "Corona Certificate"}};
+  int index = 0;
+  for (const auto& row : rows) {
+    EXPECT_EQ(static_cast<int>(row.type), index++);
+    EXPECT_EQ(rawValue(row.type), row.code);
+    EXPECT_EQ(title(row.type), row.title);
+    EXPECT_EQ(documentTypeFrom(row.code), row.type);
+    EXPECT_EQ(std::hash<DocumentType>{}(row.type), std::hash<std::string>{}(row.code));
+    EXPECT_EQ(foundation::textOf(foundation::JSONEncoder().encode(row.type)), "\"" + row.code + "\"");
+    EXPECT_EQ(foundation::JSONDecoder().decode<DocumentType>(dataOf("\"" + row.code + "\"")), row.type);
+  }
+  for (const char* other : {"p", "X", "PA", "P ", " P", ""}) EXPECT_EQ(documentTypeFrom(other), std::nullopt) << other;
+}
+
+TEST(DocumentType, RefusesOtherJSON) {
+  using Kind = foundation::DecodingError::Kind;
+  for (const auto& [text, kind] : {std::pair{"\"Z\"", Kind::dataCorrupted}, std::pair{"1", Kind::typeMismatch}}) {
+    try {
+      (void)foundation::JSONDecoder().decode<DocumentType>(dataOf(text));
+      ADD_FAILURE() << "accepted: " << text;
+    } catch (const foundation::DecodingError& error) {
+      EXPECT_EQ(error.kind(), kind);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tavlo

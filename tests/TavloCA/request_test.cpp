@@ -1,0 +1,161 @@
+#include <TavloCA/TavloCA.hpp>
+#include <TavloCA/TavloCA.internal.hpp>
+
+#include <Foundation/Hex.hpp>
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONEncoder.hpp>
+#include <Foundation/JSONValue.hpp>
+#include <TavloReader/DataGroups.hpp>
+#include <gtest/gtest.h>
+
+#include "support/Documents.hpp"
+#include "support/Printed.hpp"
+#include "support/StandIns.hpp"
+
+#include <cmath>
+#include <string>
+
+namespace tavlo {
+namespace {
+
+using foundation::Data;
+using foundation::dataOf;
+using foundation::JSONDecoder;
+using foundation::JSONEncoder;
+using foundation::JSONObject;
+using foundation::JSONValue;
+using foundation::toHexString;
+
+struct FixedKey final : security::SecKey {
+  [[nodiscard]] Data data() const override { return {0x04, 0xAB}; }
+};
+struct SecretKey final : security::SecKey {
+  [[nodiscard]] Data data() const override { throw security::SecurityError("not given out"); }
+};
+
+uikit::UIImage smallPicture() {
+  const Data pixels{255, 0, 0, 0, 255, 0};
+  return uikit::UIImage::fromPixels(pixels, 2, 1, 6, uikit::PixelFormat::rgb);
+}
+
+class Request : public testing::Test {
+ protected:
+  JSONObject build(const DataGroups& groups, const uikit::UIImage& selfie, const security::SecKey& key) {
+    const auto body = TavloCA::verificationObject(groups, selfie, key);
+    EXPECT_TRUE(body);
+    body_ = body.value_or(Data{});
+    return JSONDecoder().decode<JSONValue>(body_).getIf<JSONObject>() != nullptr
+               ? *JSONDecoder().decode<JSONValue>(body_).getIf<JSONObject>()
+               : JSONObject{};
+  }
+
+  foundation::StandIn<uikit::UIDevice> device_{std::make_shared<test::FakeDevice>("12.1", "Kiosk 7")};
+  test::Printed printed_;
+  test::Logged logged_;
+  Data body_;
+};
+
+TEST_F(Request, HoldsWhatWasReadUnderItsName) {
+  const struct {
+    Data file;
+    const char* key;
+  } rows[] = {
+      {test::com(Data{0x61, 0x75}), "COM"},
+      {test::dataGroup1(), "DG1"},
+      {test::dataGroup2(*UIImagePNGRepresentation(smallPicture())), "DG2"},
+      {test::opaqueGroup(0x63), nullptr},
+      {test::opaqueGroup(0x76), nullptr},
+      {test::dataGroup7(*UIImagePNGRepresentation(smallPicture())), "DG7"},
+      {test::opaqueGroup(0x6E), "DG14"},
+      {test::opaqueGroup(0x6F), "DG15"},
+      {test::opaqueGroup(0x77), "SOD"},
+  };
+  DataGroups groups;
+  JSONObject doc;
+  for (const auto& row : rows) {
+    groups.push_back(reader::DataGroup::parse(row.file));
+    if (row.key != nullptr) doc[row.key] = toHexString(row.file);
+  }
+  const auto body = build(groups, smallPicture(), FixedKey());
+  const auto* selfie = body.at("biometry").member("selfie");
+  ASSERT_NE(selfie, nullptr);
+  EXPECT_EQ(body,
+            (JSONObject{
+                {"version", "1.0"},
+                {"doc", doc},
+                {"biometry", JSONObject{{"selfie", *selfie}}},
+                {"signing", JSONObject{{"mdlPublicKey", "04ab"}}},
+                {"device",
+                 JSONObject{{"os", "iOS"}, {"os_version", "12.1"}, {"manufacturer", "Apple"}, {"model", "Kiosk 7"}}},
+                {"performance", JSONObject{}},
+            }));
+  const auto png = common::dataFromBase64Url(*selfie->getIf<std::string>());
+  ASSERT_TRUE(png);
+  const auto picture = uikit::UIImage::decode(*png);
+  EXPECT_TRUE(std::ranges::equal(picture.pixels(), smallPicture().pixels()));
+  EXPECT_EQ(printed_.lines(), (std::vector<std::string>{toHexString(rows[0].file), std::string(textOf(body_))}));
+  EXPECT_EQ(logged_.take(),
+            (std::vector<std::string>{"error: DataGroup not supported", "error: DataGroup not supported"}));
+}
+
+/// Groups that an app derives, which give other bytes than the file.
+struct EmptyDataGroup1 final : reader::DataGroup1 {
+  EmptyDataGroup1() : DataGroup1(test::dataGroup1()) {}
+  [[nodiscard]] const Data& data() const override { return nothing_; }
+
+ private:
+  Data nothing_;
+};
+
+TEST_F(Request, LastGroupOfAClassWinsAndAnEmptyOneIsPresent) {
+  const auto first = reader::DataGroup::parse(test::dataGroup1());
+  const auto second = std::make_shared<EmptyDataGroup1>();
+  EXPECT_EQ(*build({second, first}, {}, FixedKey()).at("doc").member("DG1"), JSONValue(toHexString(first->data())));
+  EXPECT_EQ(*build({first, second}, {}, FixedKey()).at("doc").member("DG1"), JSONValue(""));
+}
+
+TEST_F(Request, LeavesOutWhatHasNoForm) {
+  const foundation::StandIn<uikit::UIDevice> unknown(std::make_shared<test::FakeDevice>("12"));
+  EXPECT_EQ(build({}, uikit::UIImage(), SecretKey()),
+            (JSONObject{{"version", "1.0"},
+                        {"doc", JSONObject{}},
+                        {"biometry", JSONObject{}},
+                        {"signing", JSONObject{}},
+                        {"device", JSONObject{{"os", "iOS"}, {"os_version", "12"}, {"manufacturer", "Apple"}}},
+                        {"performance", JSONObject{}}}));
+}
+
+TEST_F(Request, IsAbsentWhenItCannotBeEncoded) {
+  const foundation::StandIn<uikit::UIDevice> odd(std::make_shared<test::FakeDevice>("\xFF"));
+  EXPECT_EQ(TavloCA::verificationObject({}, {}, FixedKey()), std::nullopt);
+  EXPECT_EQ(printed_.lines(), std::vector<std::string>{"Could not encode jsonData"});
+}
+
+TEST_F(Request, RecordsAreReadBackByTheirRules) {
+  const std::string empty = R"({"doc":{},"biometry":{},"signing":{},"device":{},"performance":{}})";
+  const auto record = JSONDecoder().decode<Verification>(dataOf(empty));
+  EXPECT_EQ(textOf(JSONEncoder().encode(record)), empty);
+  for (const char* key : {"doc", "biometry", "signing", "device", "performance"}) {
+    JSONObject without = *JSONDecoder().decode<JSONValue>(dataOf(empty)).getIf<JSONObject>();
+    without.erase(key);
+    try {
+      (void)JSONDecoder().decode<Verification>(JSONEncoder().encode(JSONValue(without)));
+      ADD_FAILURE() << "accepted without " << key;
+    } catch (const foundation::DecodingError& error) {
+      EXPECT_EQ(error.kind(), foundation::DecodingError::Kind::keyNotFound);
+    }
+  }
+  const std::string timed = R"({"dgreadtime":{"COM":0.25,"SOD":2},"instrumentation":"x"})";
+  EXPECT_EQ(textOf(JSONEncoder().encode(JSONDecoder().decode<Performance>(dataOf(timed)))), timed);
+  EXPECT_THROW((void)JSONDecoder().decode<Document>(dataOf(R"({"DG7":7})")), foundation::DecodingError);
+  EXPECT_FALSE(JSONDecoder().decode<Document>(dataOf(R"({"COM":null,"DG17":1})")).COM);
+  EXPECT_EQ(foundation::memberIndex(Document::members(), "SOD"), 17);
+  EXPECT_EQ(foundation::memberIndex(Document::members(), "dg1"), std::nullopt);
+
+  Performance unwritable;
+  unwritable.dgreadtime.emplace().DG2 = NAN;
+  EXPECT_THROW((void)JSONEncoder().encode(unwritable), foundation::EncodingError);
+}
+
+}  // namespace
+}  // namespace tavlo

@@ -1,0 +1,200 @@
+#include <TavloCA/TavloCA.hpp>
+
+#include <Foundation/JSONDecoder.hpp>
+#include <Foundation/JSONValue.hpp>
+#include <Foundation/URLError.hpp>
+#include <gtest/gtest.h>
+
+#include "support/Documents.hpp"
+#include "support/Printed.hpp"
+#include "support/StandIns.hpp"
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace tavlo {
+namespace {
+
+using foundation::Data;
+using foundation::dataOf;
+
+/// What a completion was called with, and how often.
+struct Outcome {
+  int calls = 0;
+  std::optional<Data> data;
+  std::exception_ptr error;
+
+  Completion completion() {
+    return [this](std::optional<Data> body, std::exception_ptr failure) {
+      ++calls;
+      data = std::move(body);
+      error = std::move(failure);
+    };
+  }
+  /// The text of the error, or "none".
+  [[nodiscard]] std::string errorText() const {
+    if (!error) return "none";
+    try {
+      std::rethrow_exception(error);
+    } catch (const std::exception& thrown) {
+      return thrown.what();
+    }
+  }
+};
+
+struct FakeKeyStore final : store::KeyStore {
+  enum class Mode { sound, none, throws } mode = Mode::sound;
+  std::vector<std::string> aliases;
+
+  struct Key final : security::SecKey {
+    [[nodiscard]] Data data() const override { return {0x04}; }
+  };
+
+  std::optional<security::SecKeyPair> createKeypair(std::string_view keyAlias, security::SecKeyType type,
+                                                    bool ephemeral) override {
+    aliases.emplace_back(keyAlias);
+    EXPECT_EQ(type, security::SecKeyType::ellipticCurve);
+    EXPECT_FALSE(ephemeral);
+    if (mode == Mode::throws) throw std::out_of_range("the store's own");
+    if (mode == Mode::none) return std::nullopt;
+    const auto key = std::make_shared<Key>();
+    return security::SecKeyPair{key, key};
+  }
+};
+
+/// A passport whose number an app computes.
+struct OwnPassport : Passport {
+  using Passport::Passport;
+  [[nodiscard]] std::string documentNumber() const override { return "own/" + Passport::documentNumber(); }
+};
+
+class Verify : public testing::Test {
+ protected:
+  Verify() {
+    model_.add(reader::DataGroup::parse(test::com(Data{0x61})));
+    model_.add(reader::DataGroup::parse(test::dataGroup1()));
+    session_->body = dataOf("{\"answer\":1}");
+  }
+
+  std::shared_ptr<test::FakeSession> session_ = std::make_shared<test::FakeSession>();
+  std::shared_ptr<FakeKeyStore> keys_ = std::make_shared<FakeKeyStore>();
+  foundation::StandIn<foundation::URLSession> sessionStandIn_{session_};
+  foundation::StandIn<store::KeyStore> keysStandIn_{keys_};
+  test::Printed printed_;
+  reader::NFCPassportModel model_;
+  Outcome outcome_;
+};
+
+TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
+  const auto passport = make<Passport>(model_);
+  TavloCA::verify(model_, *passport, {}, outcome_.completion());
+
+  EXPECT_EQ(outcome_.calls, 1);
+  EXPECT_EQ(outcome_.data, dataOf("{\"answer\":1}"));
+  EXPECT_EQ(outcome_.errorText(), "none");
+  EXPECT_EQ(keys_->aliases, std::vector<std::string>{"L898902C3"});
+  ASSERT_EQ(session_->requests.size(), 1U);
+  const auto& request = session_->requests.front();
+  EXPECT_EQ(request.url.absoluteString(), "https://localhost:8443/verify");
+  EXPECT_EQ(request.httpMethod, "POST");
+  EXPECT_EQ(request.timeoutInterval, std::chrono::seconds(60));
+
+  const auto lines = printed_.lines();
+  ASSERT_EQ(lines.size(), 3U) << "the groups, the COM, the body";
+  EXPECT_EQ(lines.front(), "[TavloReader.COM, TavloReader.DataGroup1]");
+  EXPECT_EQ(lines.back(), textOf(request.httpBody));
+  const auto body = foundation::JSONDecoder().decode<foundation::JSONValue>(request.httpBody);
+  EXPECT_EQ(*body.member("signing")->member("mdlPublicKey"), foundation::JSONValue("04"));
+}
+
+TEST_F(Verify, TakesTheNumberThroughTheOverridableGetter) {
+  const auto passport = make<OwnPassport>(model_);
+  TavloCA::verify(model_, *passport, {}, outcome_.completion());
+  TavloCA::verify({}, *passport, {}, outcome_.completion());
+  EXPECT_EQ(keys_->aliases, (std::vector<std::string>{"own/L898902C3", "own/L898902C3"}));
+  EXPECT_EQ(session_->requests.size(), 2U) << "a model without groups is posted too";
+}
+
+TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
+  const auto passport = make<Passport>(model_);
+  const struct {
+    FakeKeyStore::Mode keys;
+    std::string version;
+    std::string error;
+  } rows[] = {
+      {FakeKeyStore::Mode::throws, "1", "the store's own"},
+      {FakeKeyStore::Mode::none, "1", "CAError: Could not create keypair"},
+      {FakeKeyStore::Mode::sound, "\xFF", "CAError: Could not create verification object"},
+  };
+  for (const auto& row : rows) {
+    keys_->mode = row.keys;
+    const foundation::StandIn<uikit::UIDevice> device(std::make_shared<test::FakeDevice>(row.version));
+    Outcome outcome;
+    TavloCA::verify(model_, *passport, {}, outcome.completion());
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(outcome.data, std::nullopt);
+    EXPECT_EQ(outcome.errorText(), row.error);
+  }
+  EXPECT_TRUE(session_->requests.empty());
+}
+
+TEST_F(Verify, AThrowingCompletionIsNotCalledAgain) {
+  const auto passport = make<Passport>(model_);
+  for (const auto mode : {FakeKeyStore::Mode::throws, FakeKeyStore::Mode::none}) {
+    keys_->mode = mode;
+    int calls = 0;
+    EXPECT_THROW(TavloCA::verify(model_, *passport, {},
+                                 [&](auto&&...) {
+                                   ++calls;
+                                   throw std::logic_error("in the completion");
+                                 }),
+                 std::logic_error);
+    EXPECT_EQ(calls, 1);
+  }
+}
+
+TEST_F(Verify, PostReportsEachPairOfTheSession) {
+  const auto lost = std::make_exception_ptr(foundation::URLError(foundation::URLError::Code::networkConnectionLost));
+  const struct {
+    std::optional<Data> body;
+    std::exception_ptr error;
+    bool handsBodyOver;
+    std::vector<std::string> printed;
+  } rows[] = {
+      {dataOf("x"), nullptr, true, {}},
+      {Data{}, nullptr, true, {}},
+      {std::nullopt, lost, false, {"The network connection was lost."}},
+      {dataOf("x"), lost, false, {"The network connection was lost."}},
+      {std::nullopt, nullptr, false, {"No data"}},
+  };
+  for (const auto& row : rows) {
+    session_->body = row.body;
+    session_->error = row.error;
+    const test::Printed printed;
+    Outcome outcome;
+    TavloCA::post(dataOf("body"), "http://example.test/x", outcome.completion());
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(outcome.data, row.handsBodyOver ? row.body : std::nullopt);
+    EXPECT_EQ(outcome.error, row.error);
+    EXPECT_EQ(printed.lines(), row.printed);
+  }
+  EXPECT_EQ(session_->requests.back().httpBody, dataOf("body"));
+}
+
+TEST_F(Verify, PostRefusesWhatIsNoURLAtOnce) {
+  for (const char* text : {"", "not a url", "http://exa mple.com", "http://h:port", "http://[::1", "1http://h",
+                           "http://h/%zz", "http://h/\r\nX: y", "://", "127.0.0.1:80/x", "http://\xC3\xA5.example/"}) {
+    Outcome outcome;
+    TavloCA::post({}, text, outcome.completion());
+    EXPECT_EQ(outcome.calls, 1) << text;
+    EXPECT_EQ(outcome.data, std::nullopt);
+    EXPECT_EQ(outcome.errorText(), "CAError: Empty URL") << text;
+  }
+  EXPECT_TRUE(session_->requests.empty());
+  EXPECT_TRUE(printed_.lines().empty());
+}
+
+}  // namespace
+}  // namespace tavlo

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <Foundation/StandIn.hpp>
+#include <Foundation/URLSession.hpp>
+#include <TavloCommon/TavloCommon.hpp>
+#include <TavloReader/Log.hpp>
+#include <TavloStore/Util.hpp>
+#include <UIKit/UIDevice.hpp>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Services that a test puts in place of the real ones, with foundation::StandIn.
+namespace tavlo::test {
+
+struct FakeDevice final : uikit::UIDevice {
+  explicit FakeDevice(std::string version, std::optional<std::string> machine = std::nullopt)
+      : version_(std::move(version)), machine_(std::move(machine)) {}
+  [[nodiscard]] std::string systemVersion() const override { return version_; }
+  [[nodiscard]] std::optional<std::string> model() const override { return machine_; }
+
+ private:
+  std::string version_;
+  std::optional<std::string> machine_;
+};
+
+/// Keeps the requests and answers each on the caller's thread with what it was given.
+struct FakeSession final : foundation::URLSession {
+  std::vector<foundation::URLRequest> requests;
+  std::optional<foundation::Data> body;
+  std::exception_ptr error;
+
+  void start(foundation::URLRequest request, CompletionHandler handler) override {
+    requests.push_back(std::move(request));
+    handler(body, std::nullopt, error);
+  }
+};
+
+/// Keeps images in memory; refuses while `broken`.
+struct FakeImageStore final : common::ImageStore {
+  std::map<std::string, uikit::UIImage, std::less<>> images;
+  bool broken = false;
+
+  [[nodiscard]] std::optional<std::string> persist(const uikit::UIImage& image) override {
+    if (broken) return std::nullopt;
+    const std::string name = "image-" + std::to_string(images.size() + 1);
+    images.emplace(name, image);
+    return name;
+  }
+  [[nodiscard]] std::optional<uikit::UIImage> load(std::string_view name) override {
+    const auto found = images.find(name);
+    return found == images.end() ? std::nullopt : std::optional(found->second);
+  }
+};
+
+/// Catches the log messages of its scope as "level: text".
+class Logged {
+ public:
+  Logged() {
+    previous_ = reader::Log::setHandler([this](reader::Log::Level level, std::string_view message) {
+      static constexpr std::string_view names[] = {"debug", "info", "warning", "error"};
+      const std::lock_guard lock(mutex_);
+      messages_.push_back(std::string(names[static_cast<std::size_t>(level)]) + ": " + std::string(message));
+    });
+  }
+  ~Logged() { reader::Log::setHandler(std::move(previous_)); }
+  Logged(const Logged&) = delete;
+  Logged& operator=(const Logged&) = delete;
+
+  /// What was logged since the last call.
+  [[nodiscard]] std::vector<std::string> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(messages_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> messages_;
+  reader::Log::Handler previous_;
+};
+
+}  // namespace tavlo::test
