@@ -131,7 +131,7 @@ void TavloCA::post(Data data, std::string_view urlString, Completion completion)
   if (!url) return fail(completion, "Empty URL");
 
   foundation::URLRequest request{.url = *std::move(url),
-                                 .cachePolicy = foundation::CachePolicy::useProtocolCachePolicy,
+                                 .cachePolicy = foundation::URLRequest::CachePolicy::useProtocolCachePolicy,
                                  .timeoutInterval = std::chrono::seconds(60),
                                  .httpMethod = "POST",
                                  .httpBody = std::move(data)};
