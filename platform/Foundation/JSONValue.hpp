@@ -67,7 +67,7 @@ class JSONValue {
   Variant value_ = nullptr;
 };
 
-/// Encodes as the JSON value that it is; decodes whatever value is there.
+/// Encodes as the JSON value that it is.
 template <>
 struct Coding<JSONValue> {
   static void encode(const JSONValue& value, Encoder& encoder);

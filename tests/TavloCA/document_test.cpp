@@ -22,6 +22,7 @@ using foundation::JSONArray;
 using foundation::JSONDecoder;
 using foundation::JSONEncoder;
 using foundation::JSONObject;
+using foundation::textOf;
 
 std::string jsonOf(const CredentialDocument& document) {
   return std::string(textOf(JSONEncoder().encode(document)));
@@ -81,7 +82,7 @@ TEST_F(Document, DecodingTellsRequiredFromOptionalMembers) {
         EXPECT_FALSE(document->json()->contains(key));
       } catch (const DecodingError& error) {
         failure = error.kind();
-        EXPECT_EQ(describe(error.codingPath()), key);
+        EXPECT_EQ(foundation::describe(error.codingPath()), key);
       }
       if (optional) {
         EXPECT_EQ(failure, std::nullopt) << key;
@@ -246,7 +247,7 @@ TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
 TEST_F(Document, FlagsAreConstantsAndEqualityIsIdentity) {
   const auto demo = make<Passport>(IsDemo{});
   const auto blank = make<CredentialDocument>();
-  for (const CredentialDocument* document : {static_cast<const CredentialDocument*>(demo.get()), blank.get()}) {
+  for (const std::shared_ptr<CredentialDocument>& document : CredentialDocument::Children{demo, blank}) {
     EXPECT_FALSE(document->isExpired() || document->isBlocked());
     EXPECT_TRUE(document->isSigned() && document->isLocked() && document->isValid());
   }

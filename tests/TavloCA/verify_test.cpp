@@ -1,6 +1,5 @@
 #include <TavloCA/TavloCA.hpp>
 
-#include <Foundation/JSONDecoder.hpp>
 #include <Foundation/JSONValue.hpp>
 #include <Foundation/URLError.hpp>
 #include <gtest/gtest.h>
@@ -104,9 +103,10 @@ TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   const auto lines = printed_.lines();
   ASSERT_EQ(lines.size(), 3U) << "the groups, the COM, the body";
   EXPECT_EQ(lines.front(), "[TavloReader.COM, TavloReader.DataGroup1]");
-  EXPECT_EQ(lines.back(), textOf(request.httpBody));
-  const auto body = foundation::JSONDecoder().decode<foundation::JSONValue>(request.httpBody);
-  EXPECT_EQ(*body.member("signing")->member("mdlPublicKey"), foundation::JSONValue("04"));
+  EXPECT_EQ(lines.back(), foundation::textOf(request.httpBody));
+  const auto body = toJSON(foundation::textOf(request.httpBody));
+  ASSERT_TRUE(body);
+  EXPECT_EQ(*body->at("signing").member("mdlPublicKey"), foundation::JSONValue("04"));
 }
 
 TEST_F(Verify, TakesTheNumberThroughTheOverridableGetter) {
