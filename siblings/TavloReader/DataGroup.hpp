@@ -2,6 +2,7 @@
 
 #include <Foundation/Data.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -21,35 +22,71 @@ class ReaderError : public std::runtime_error {
 
 /// The elementary files of the logical data structure (ICAO Doc 9303-10), in their usual order.
 enum class DataGroupId : std::uint8_t {
-  COM, DG1, DG2, DG3, DG4, DG5, DG6, DG7, DG8, DG9, DG10, DG11, DG12, DG13, DG14, DG15, DG16, SOD,
+  COM,
+  DG1,
+  DG2,
+  DG3,
+  DG4,
+  DG5,
+  DG6,
+  DG7,
+  DG8,
+  DG9,
+  DG10,
+  DG11,
+  DG12,
+  DG13,
+  DG14,
+  DG15,
+  DG16,
+  SOD,
 };
 
 /// "COM", "DG1" to "DG16" or "SOD".
 [[nodiscard]] std::string_view name(DataGroupId id);
 
+/// The group whose file begins with `tag`, such as 0x61 for DG1; absent when there is none.
+[[nodiscard]] std::optional<DataGroupId> dataGroupWithTag(std::uint32_t tag);
+
 /// One elementary file as it was read from the chip. Immutable; shared by reference; any thread.
+/// The concrete classes are in DataGroups.hpp; an app may derive from them.
 class DataGroup {
  public:
   virtual ~DataGroup() = default;
   DataGroup(const DataGroup&) = delete;
   DataGroup& operator=(const DataGroup&) = delete;
 
-  /// Recognises a file by its content and parses it as the class that belongs to it. The bytes may be followed by
-  /// padding (00, FF, or one final 90 00), which is cut. Throws ReaderError.
+  /// The group that a file's first tags announce, absent when they are another file's: EF.DIR begins with the tag of
+  /// DG1, but not with the one inside. The rest of the file may still be unsound.
+  [[nodiscard]] static std::optional<DataGroupId> recognise(foundation::DataView file);
+
+  /// Recognises a file by its content and parses it as the class that belongs to it. Throws ReaderError.
   [[nodiscard]] static std::shared_ptr<const DataGroup> parse(foundation::Data file);
+  /// Parses a file that is meant to be the group `id`. Throws ReaderError.
+  [[nodiscard]] static std::shared_ptr<const DataGroup> parse(DataGroupId id, foundation::Data file);
 
   [[nodiscard]] DataGroupId id() const noexcept { return id_; }
   /// The whole file: tag, length and value, byte for byte; what the document signer hashed.
   [[nodiscard]] virtual const foundation::Data& data() const { return data_; }
   /// The class name, such as "TavloReader.DataGroup1"; no content.
   [[nodiscard]] virtual std::string description() const;
+  /// What is worth telling a person but no error, such as padding that was cut or a wrong check digit.
+  [[nodiscard]] const std::vector<std::string>& oddities() const noexcept { return oddities_; }
 
  protected:
-  DataGroup(DataGroupId id, foundation::Data data) : id_(id), data_(std::move(data)) {}
+  /// Takes a file of the group `id`. Padding after its end (bytes 00 or FF, or a final 90 00) is cut.
+  /// Throws ReaderError when the tag is another one, the length does not fit, or other bytes follow.
+  DataGroup(DataGroupId id, foundation::Data file);
+
+  /// The value of the outer element; valid as long as this object.
+  [[nodiscard]] foundation::DataView value() const noexcept;
+  void addOddity(std::string text) { oddities_.push_back(std::move(text)); }
 
  private:
   DataGroupId id_;
   foundation::Data data_;
+  std::size_t valueOffset_ = 0;
+  std::vector<std::string> oddities_;
 };
 
 }  // namespace tavlo::reader

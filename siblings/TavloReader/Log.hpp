@@ -5,11 +5,11 @@
 
 namespace tavlo::reader {
 
-/// The reader's log. One line a message, without personal data.
+/// The reader's log. One line a message, without personal data. All operations may be called from any thread.
 class Log {
  public:
   enum class Level { debug, info, warning, error };
-  /// Takes one message. May be called from several threads at once.
+  /// Takes one message. May be called from several threads at once; what it throws reaches whoever logs.
   using Handler = std::function<void(Level level, std::string_view message)>;
 
   Log() = delete;
@@ -20,7 +20,9 @@ class Log {
 
   /// Messages below `level` are dropped; `info` by default. Gives back the previous level.
   static Level setThreshold(Level level);
-  /// Routes messages to `handler` from now on; an empty handler brings standard error back. Gives back the previous one.
+  /// Routes messages to `handler` from now on, which by default are lines on standard error such as
+  /// "TavloReader warning: text"; an empty handler brings that back. Gives back the handler that was in force, which
+  /// may be empty for the default.
   static Handler setHandler(Handler handler);
 
  private:
