@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// The commands and their options. Each returns when its work is done and throws Failure when it cannot be.
+
+namespace tavlo::app {
+
+struct InspectOptions {
+  std::vector<std::string> paths;
+  bool json = false;
+  std::optional<std::string> portrait;
+  std::optional<std::string> signature;
+};
+/// Writes what a document holds to standard output, and its pictures to files.
+void inspect(const InspectOptions& options);
+
+struct RequestOptions {
+  std::string passport;
+  std::string selfie;
+  std::optional<std::string> out;
+};
+/// Writes the body that `verify` would post; sends nothing.
+void request(const RequestOptions& options);
+
+struct VerifyOptions {
+  std::string passport;
+  std::string selfie;
+  std::optional<std::string> trust;
+  bool showLines = false;
+};
+/// Verifies a passport and writes the service's answer to standard output.
+void verify(const VerifyOptions& options);
+
+struct PostOptions {
+  std::string body;
+  std::string url;
+  std::optional<std::string> trust;
+};
+/// Posts the bytes of a file and writes the answer to standard output.
+void post(const PostOptions& options);
+
+}  // namespace tavlo::app
