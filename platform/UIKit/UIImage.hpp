@@ -29,11 +29,13 @@ enum class ImageFormat { png, jpeg, jp2, j2k };
 [[nodiscard]] std::optional<ImageFormat> imageFormat(foundation::DataView bytes);
 
 /// Limits on a picture, checked on its header before any pixel memory is asked for.
-inline constexpr std::size_t maximumImageSide = 32'767;         ///< pixels
-inline constexpr std::size_t maximumImagePixels = 64'000'000;   ///< width times height
+inline constexpr std::size_t maximumImageSide = 32'767;        ///< pixels
+inline constexpr std::size_t maximumImagePixels = 64'000'000;  ///< width times height
 
 /// How raw pixels lie in memory: 8 bits a channel, in this order.
 enum class PixelFormat { rgb, rgba };
+
+struct Raster;
 
 /// A picture: upright rows of 8-bit pixels, top first. An immutable value; copies share the pixels. Any thread.
 class UIImage {
@@ -49,7 +51,8 @@ class UIImage {
   [[nodiscard]] static std::optional<UIImage> fromData(foundation::DataView bytes);
 
   /// Copies a camera frame: `height` rows of `width` pixels, each row beginning `stride` bytes after the one before.
-  /// Throws ImageError when the sides are 0 or over the limits, the stride is shorter than a row, or `pixels` too short.
+  /// Throws ImageError when the sides are 0 or over the limits, the stride is shorter than a row, or `pixels` too
+  /// short.
   [[nodiscard]] static UIImage fromPixels(foundation::DataView pixels, std::size_t width, std::size_t height,
                                           std::size_t stride, PixelFormat format);
 
@@ -58,19 +61,17 @@ class UIImage {
   /// The image asset of the host app's main bundle.
   [[nodiscard]] static std::optional<UIImage> named(std::string_view name);
 
-  [[nodiscard]] std::size_t width() const noexcept { return width_; }    ///< in pixels
-  [[nodiscard]] std::size_t height() const noexcept { return height_; }  ///< in pixels
+  [[nodiscard]] std::size_t width() const noexcept;   ///< in pixels
+  [[nodiscard]] std::size_t height() const noexcept;  ///< in pixels
   /// Bytes a pixel: 1 grey, 3 RGB, 4 RGBA (alpha not premultiplied); 0 when there is no picture.
-  [[nodiscard]] std::size_t channels() const noexcept { return channels_; }
+  [[nodiscard]] std::size_t channels() const noexcept;
   /// The rows without gaps, width * height * channels bytes; valid as long as any copy of this image lives.
   [[nodiscard]] foundation::DataView pixels() const noexcept;
 
  private:
-  friend class ImageBuilder;
-  std::size_t width_ = 0;
-  std::size_t height_ = 0;
-  std::size_t channels_ = 0;
-  std::shared_ptr<const foundation::Data> pixels_;
+  explicit UIImage(Raster raster);
+
+  std::shared_ptr<const Raster> raster_;
 };
 
 /// The PNG encoding of `image`, losslessly; absent when there is no picture or no memory for it.

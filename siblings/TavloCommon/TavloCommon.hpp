@@ -30,21 +30,23 @@ enum class Base64Options : std::uint8_t { none = 0 };
 class ImageStore {
  public:
   virtual ~ImageStore() = default;
-  /// Writes `image` to a new file and gives its name, which `load` accepts; absent when it could not.
+  /// Writes `image` to a new file and gives its name, which `load` accepts; absent when the image has no PNG form.
+  /// May throw a std::exception that says why it cannot be written.
   [[nodiscard]] virtual std::optional<std::string> persist(const uikit::UIImage& image) = 0;
-  /// The image kept under `name`; absent when there is none.
+  /// The image kept under `name`; absent when there is none. May throw a std::exception that says why it cannot be
+  /// read.
   [[nodiscard]] virtual std::optional<uikit::UIImage> load(std::string_view name) = 0;
 
-  /// The store in force; by default PNG files of mode 0600 under unique names in the folder "images" of
-  /// `foundation::applicationSupportFolder()`. A name never reaches outside that folder.
+  /// The store in force; by default a FileImageStore in the folder "images" of
+  /// `foundation::applicationSupportFolder()`. Throws as that does.
   [[nodiscard]] static std::shared_ptr<ImageStore> shared();
   /// Puts the host app's store in; none brings the default back. Gives back the previous one.
   static std::shared_ptr<ImageStore> install(std::shared_ptr<ImageStore> store);
 };
 
-/// Keeps `image` in the store in force and gives its file's name; absent when it could not.
+/// Keeps `image` in the store in force and gives its file's name; absent when it could not, for whatever reason.
 [[nodiscard]] std::optional<std::string> persist(const uikit::UIImage& image);
-/// The image that the store in force keeps under `name`; absent when there is none.
+/// The image that the store in force keeps under `name`; absent when it has none or cannot read it.
 [[nodiscard]] std::optional<uikit::UIImage> fromURL(std::string_view name);
 
 }  // namespace tavlo::common
