@@ -109,14 +109,18 @@ DataGroup::DataGroup(DataGroupId id, Data file) : id_(id), data_(std::move(file)
 
   const DataView trailing = reader.rest();
   if (trailing.empty()) return;
-  const std::string count = std::to_string(trailing.size()) + " bytes ";
-  if (!isPadding(trailing)) reader.fail(count + "follow the end of the file");
-  addOddity(count + "of padding cut");
+  if (!isPadding(trailing)) reader.fail(byteCount(trailing.size()) + " after the end of the file");
+  addOddity(byteCount(trailing.size()) + " of padding cut");
   data_.resize(data_.size() - trailing.size());
 }
 
 DataView DataGroup::value() const noexcept {
   return DataView(data_).subspan(valueOffset_);
+}
+
+void DataGroup::addOddity(std::string text) {
+  constexpr std::size_t maximumOddities = 100;
+  if (oddities_.size() < maximumOddities) oddities_.push_back(std::move(text));
 }
 
 std::string DataGroup::description() const {

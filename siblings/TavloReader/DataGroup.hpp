@@ -80,7 +80,8 @@ class DataGroup {
 
   /// The value of the outer element; valid as long as this object.
   [[nodiscard]] foundation::DataView value() const noexcept;
-  void addOddity(std::string text) { oddities_.push_back(std::move(text)); }
+  /// Keeps what is worth telling, up to a hundred of them: a hostile file could hold millions.
+  void addOddity(std::string text);
 
  private:
   DataGroupId id_;

@@ -88,7 +88,7 @@ class RecordReader {
 
   DataView bytes(std::size_t size) {
     if (size > rest_.size()) {
-      throw ReaderError("DG2: a face record ends " + std::to_string(size - rest_.size()) + " bytes too early");
+      throw ReaderError("DG2: a face record ends " + byteCount(size - rest_.size()) + " too early");
     }
     const DataView taken = rest_.first(size);
     rest_ = rest_.subspan(size);
@@ -109,7 +109,9 @@ class RecordReader {
 
 void DataGroup2::readFaceRecord(DataView record) {
   using namespace std::string_view_literals;
-  constexpr auto formatAndVersion = "FAC\0010\0"sv;
+  constexpr auto formatAndVersion =
+      "FAC\0"
+      "010\0"sv;
   constexpr std::size_t headerSize = 14, pointSize = 8, personSize = 14, pictureSize = 12;
 
   if (!textOf(record).starts_with(formatAndVersion)) {
@@ -120,12 +122,12 @@ void DataGroup2::readFaceRecord(DataView record) {
   header.bytes(formatAndVersion.size());
   const std::size_t length = header.number(4);
   const std::size_t faceCount = header.number(2);
-  if (length < headerSize) throw ReaderError("DG2: a face record of " + std::to_string(length) + " bytes");
+  if (length < headerSize) throw ReaderError("DG2: a face record of " + byteCount(length));
 
   RecordReader faces(header.bytes(length - headerSize));
   for (std::size_t i = 0; i < faceCount; ++i) {
     const std::size_t blockLength = faces.number(4);
-    if (blockLength < 4) throw ReaderError("DG2: a face of " + std::to_string(blockLength) + " bytes");
+    if (blockLength < 4) throw ReaderError("DG2: a face of " + byteCount(blockLength));
     RecordReader face(faces.bytes(blockLength - 4));
     const std::size_t pointCount = face.number(2);
     face.bytes(personSize + pointCount * pointSize + pictureSize);
@@ -168,7 +170,7 @@ std::string dateText(DataView value) {
 
 std::string pictureText(DataView value) {
   const auto format = uikit::imageFormat(value);
-  return std::string(format ? name(*format) : "unknown format") + ", " + std::to_string(value.size()) + " bytes";
+  return std::string(format ? name(*format) : "unknown format") + ", " + byteCount(value.size());
 }
 
 struct ItemKind {
@@ -224,8 +226,7 @@ TextDataGroup::TextDataGroup(DataGroupId id, Data file) : DataGroup(id, std::mov
 
 void TextDataGroup::addItem(std::uint32_t tag, DataView content) {
   constexpr std::size_t maximumItems = 256;
-  if (items_.size() + oddities().size() >= maximumItems)
-    throw ReaderError(std::string(name(id())) + ": too many items");
+  if (items_.size() >= maximumItems) throw ReaderError(std::string(name(id())) + ": too many items");
 
   const auto kind = std::ranges::find(itemKinds, tag, &ItemKind::tag);
   if (kind == itemKinds.end()) {

@@ -36,12 +36,11 @@ std::optional<DataGroupId> groupMeantBy(const std::string& fileName) {
 
 bool isText(DataView bytes) {
   const auto isControl = [](std::uint8_t byte) { return byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r'; };
-  return foundation::isValidUTF8(foundation::textOf(bytes)) && std::ranges::none_of(bytes, isControl);
+  return !bytes.empty() && foundation::isValidUTF8(foundation::textOf(bytes)) && std::ranges::none_of(bytes, isControl);
 }
 
 /// What a file is that is no data group; empty when it is nothing known.
 std::string otherFile(DataView bytes) {
-  if (bytes.empty()) return "empty";
   if (isText(bytes)) return foundation::textOf(bytes).starts_with("-----BEGIN ") ? "PEM text" : "text";
   if (const auto format = uikit::imageFormat(bytes)) return "a picture, " + std::string(name(*format));
   const auto tag = takeTag(bytes);
@@ -118,7 +117,7 @@ class DocumentBuilder {
                         finding.name + "\"");
     }
     finding.kind = FileFinding::Kind::group;
-    finding.text = std::string(name(group->id())) + ", " + std::to_string(group->data().size()) + " bytes";
+    finding.text = std::string(name(group->id())) + ", " + byteCount(group->data().size());
     std::ranges::copy(group->oddities(), std::back_inserter(finding.oddities));
     reading_.model.add(std::move(group));
   }

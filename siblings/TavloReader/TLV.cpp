@@ -41,6 +41,10 @@ std::string tagText(std::uint32_t tag) {
   return text;
 }
 
+std::string byteCount(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
 TLV TLVReader::next() {
   const auto tag = takeTag(rest_);
   if (!tag) fail("the file ends where a tag is expected");
@@ -48,7 +52,7 @@ TLV TLVReader::next() {
   if (!length) fail("no sound length after tag " + tagText(*tag));
   if (*length > rest_.size()) {
     fail("length " + std::to_string(*length) + " after tag " + tagText(*tag) + " runs past the end, " +
-         std::to_string(rest_.size()) + " bytes are left");
+         byteCount(rest_.size()) + " left");
   }
   const DataView value = rest_.first(*length);
   rest_ = rest_.subspan(*length);
@@ -63,12 +67,12 @@ DataView TLVReader::next(std::uint32_t tag) {
 
 std::size_t TLVReader::nextCount() {
   const DataView value = next(0x02);
-  if (value.size() != 1) fail("a count of " + std::to_string(value.size()) + " bytes");
+  if (value.size() != 1) fail("a count of " + byteCount(value.size()));
   return value[0];
 }
 
 void TLVReader::expectEnd() const {
-  if (!atEnd()) fail(std::to_string(rest_.size()) + " bytes too many inside");
+  if (!atEnd()) fail(byteCount(rest_.size()) + " too many inside");
 }
 
 void TLVReader::fail(const std::string& what) const {

@@ -19,6 +19,9 @@ namespace tavlo::reader {
 /// A tag as it is written in standards, such as "5F1F".
 [[nodiscard]] std::string tagText(std::uint32_t tag);
 
+/// A size for people, such as "1 byte" or "2 bytes".
+[[nodiscard]] std::string byteCount(std::size_t count);
+
 /// One element: a tag and its value, which is a view into the bytes that were read.
 struct TLV {
   std::uint32_t tag;
