@@ -21,13 +21,15 @@ bool isFolder(const std::string& path) {
   return std::filesystem::is_directory(path, unreadable);
 }
 
-/// Gives what `read` gives, or ends with its reason.
+/// Gives what `read` gives, or ends with its reason and the path.
 template <class Read>
 auto reading(const std::string& path, Read read) {
   try {
     return read();
   } catch (const std::exception& error) {
-    throw Failure(ExitCode::input, path + ": " + error.what());
+    const std::string reason = error.what();
+    const bool isNamed = reason.find(path) != std::string::npos;
+    throw Failure(ExitCode::input, isNamed ? reason : path + ": " + reason);
   }
 }
 
@@ -45,7 +47,7 @@ reader::DocumentReading readDocument(const std::vector<std::string>& paths) {
     files.push_back(
         {path, reading(path, [&] { return foundation::contentsOf(path, reader::maximumElementaryFileSize); })});
   }
-  return reading("the files", [&] { return reader::readDocument(std::move(files)); });
+  return reading("The files", [&] { return reader::readDocument(std::move(files)); });
 }
 
 reader::NFCPassportModel loadDocument(const std::string& folder) {

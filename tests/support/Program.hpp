@@ -6,10 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/TemporaryFolder.hpp"
@@ -45,11 +48,18 @@ class Program {
 
   /// Waits for the end and gives the exit status; -1 when a signal ended it.
   int wait() {
-    if (process_ == 0) return status_;
     int status = 0;
-    if (::waitpid(process_, &status, 0) == process_ && WIFEXITED(status)) status_ = WEXITSTATUS(status);
-    process_ = 0;
+    if (process_ != 0 && ::waitpid(std::exchange(process_, 0), &status, 0) > 0 && WIFEXITED(status)) {
+      status_ = WEXITSTATUS(status);
+    }
     return status_;
+  }
+  /// Waits until it has written `text` to standard output; false when that takes too long.
+  bool waitForOut(const std::string& text) {
+    for (int i = 0; i < 2000 && out().find(text) == std::string::npos; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return out().find(text) != std::string::npos;
   }
   /// Asks it to end, as Ctrl-C does, and waits for that.
   int stop() {
