@@ -1,0 +1,64 @@
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace tavlo::test {
+
+/// A certificate and its key, made on the spot and valid from an hour ago.
+struct TestCertificate {
+  /// For the server `name` ("DNS:..." or "IP:..."), signed by `issuer`; without one it signs itself and may sign
+  /// others.
+  explicit TestCertificate(const char* name, const TestCertificate* issuer = nullptr, long secondsLeft = 3600) {
+    X509_set_version(certificate.get(), X509_VERSION_3);
+    static long serialNumber = 0;
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), ++serialNumber);
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -3600);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), secondsLeft);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
+    X509_set_pubkey(certificate.get(), key.get());
+    add(NID_subject_alt_name, name);
+    add(NID_basic_constraints, issuer == nullptr ? "critical,CA:TRUE" : "critical,CA:FALSE");
+    const TestCertificate& signer = issuer == nullptr ? *this : *issuer;
+    X509_set_issuer_name(certificate.get(), X509_get_subject_name(signer.certificate.get()));
+    X509_sign(certificate.get(), signer.key.get(), EVP_sha256());
+  }
+
+  /// What a server with this certificate needs.
+  [[nodiscard]] std::shared_ptr<SSL_CTX> serverContext(int newestVersion = TLS1_3_VERSION) const {
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    SSL_CTX_use_certificate(context.get(), certificate.get());
+    SSL_CTX_use_PrivateKey(context.get(), key.get());
+    SSL_CTX_set_security_level(context.get(), 0);
+    SSL_CTX_set_min_proto_version(context.get(), TLS1_VERSION);
+    SSL_CTX_set_max_proto_version(context.get(), newestVersion);
+    return context;
+  }
+
+  void writePEM(const std::filesystem::path& path) const {
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
+    PEM_write_X509(file.get(), certificate.get());
+  }
+
+  const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key{EVP_EC_gen("P-256"), EVP_PKEY_free};
+  const std::unique_ptr<X509, decltype(&X509_free)> certificate{X509_new(), X509_free};
+
+ private:
+  void add(int extension, const char* value) {
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, certificate.get(), certificate.get(), nullptr, nullptr, 0);
+    const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> made(
+        X509V3_EXT_conf_nid(nullptr, &context, extension, value), X509_EXTENSION_free);
+    X509_add_ext(certificate.get(), made.get(), -1);
+  }
+};
+
+}  // namespace tavlo::test
