@@ -1,0 +1,47 @@
+#pragma once
+
+#include <Foundation/URLError.hpp>
+#include <Foundation/URLSession.hpp>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace tavlo::foundation {
+
+/// An ended request on its way to its handler.
+struct Completion {
+  URLSession::CompletionHandler handler;
+  std::optional<Data> body;
+  std::optional<URLResponse> response;
+  std::optional<URLError> error;
+};
+
+/// The thread "net.cb": calls handlers one at a time, in the order they came, so that a slow one delays no transfer.
+class CompletionThread {
+ public:
+  CompletionThread() = default;
+  /// Calls the handlers that are left, then ends the thread. Not from within a handler.
+  ~CompletionThread();
+  CompletionThread(const CompletionThread&) = delete;
+  CompletionThread& operator=(const CompletionThread&) = delete;
+
+  /// Starts the thread, unless it runs. Not to be called twice at once. Throws std::system_error when there can be no
+  /// more threads.
+  void start();
+  /// Returns without waiting; any thread, once started.
+  void enqueue(Completion completion);
+
+ private:
+  void run();
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Completion> queue_;
+  bool closing_ = false;
+  std::thread thread_;
+};
+
+}  // namespace tavlo::foundation

@@ -1,0 +1,72 @@
+#include <Foundation/URLSession.hpp>
+
+#include <Foundation/CurlSession.hpp>
+#include <Foundation/SharedService.hpp>
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <utility>
+
+namespace tavlo::foundation {
+namespace {
+
+/// The process's own session: one CurlSession that is made at first use and never destroyed.
+class ProcessSession final : public URLSession {
+ public:
+  void start(URLRequest request, CompletionHandler handler) override {
+    session().start(std::move(request), std::move(handler));
+  }
+
+ private:
+  // Without a lock: one that another thread held while forking would stay locked in the child.
+  static CurlSession& session() {
+    CurlSession* session = current_.load();
+    if (session != nullptr) return *session;
+    auto made = std::make_unique<CurlSession>();
+    // After CurlSession has set libcurl up: exit handlers run in reverse order, and OpenSSL's must come last.
+    static const bool watching = watchProcess();
+    static_cast<void>(watching);
+    return current_.compare_exchange_strong(session, made.get()) ? *made.release() : *session;
+  }
+
+  static bool watchProcess() {
+    std::atexit([] {
+      if (CurlSession* session = current_.load()) session->stop();
+    });
+    // The threads of the parent's session do not exist in a child, and its sockets are the parent's.
+    pthread_atfork(nullptr, nullptr, [] { current_.store(nullptr); });
+    return true;
+  }
+
+  static inline std::atomic<CurlSession*> current_ = nullptr;
+};
+
+constinit SharedService<URLSession> sharedSession([]() -> std::shared_ptr<URLSession> {
+  return std::make_shared<ProcessSession>();
+});
+
+}  // namespace
+
+std::shared_ptr<URLSession> URLSession::shared() {
+  return sharedSession.get();
+}
+
+std::shared_ptr<URLSession> URLSession::install(std::shared_ptr<URLSession> session) {
+  return sharedSession.exchange(std::move(session));
+}
+
+URLSessionDataTask URLSession::dataTask(URLRequest request, CompletionHandler handler) {
+  return {shared_from_this(), std::move(request), std::move(handler)};
+}
+
+URLSessionDataTask::URLSessionDataTask(std::shared_ptr<URLSession> session, URLRequest request,
+                                       URLSession::CompletionHandler handler)
+    : session_(std::move(session)), request_(std::move(request)), handler_(std::move(handler)) {}
+
+void URLSessionDataTask::resume() {
+  if (const auto session = std::exchange(session_, nullptr)) session->start(std::move(request_), std::move(handler_));
+}
+
+}  // namespace tavlo::foundation
