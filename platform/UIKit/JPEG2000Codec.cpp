@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <memory>
 #include <new>
 #include <span>
@@ -110,13 +111,14 @@ void copyChannel(const opj_image_t& image, const opj_image_comp_t& component, st
   std::vector<std::size_t> columns(raster.width);
   for (std::size_t x = 0; x < raster.width; ++x) columns[x] = sampleAt(x, image.x0, dx, component.dx, component.w);
 
-  const int zero = component.sgnd != 0 ? 1 << (component.prec - 1) : 0;
+  const int lowest = component.sgnd != 0 ? -(1 << (component.prec - 1)) : 0;
   for (std::size_t y = 0; y < raster.height; ++y) {
     const OPJ_INT32* const samples =
         component.data + sampleAt(y, image.y0, dy, component.dy, component.h) * component.w;
     std::uint8_t* to = raster.row(y) + channel;
     for (const std::size_t column : columns) {
-      *to = eightBits[static_cast<std::size_t>(std::clamp(samples[column], -zero, highest - zero) + zero)];
+      const int value = std::clamp(samples[column], lowest, lowest + highest) - lowest;
+      *to = eightBits[static_cast<std::size_t>(value)];
       to += raster.channels;
     }
   }
@@ -124,7 +126,9 @@ void copyChannel(const opj_image_t& image, const opj_image_comp_t& component, st
 
 /// Full-range YCbCr (IEC 61966-2-1, amendment 1) to RGB, in place.
 void convertYCC(Raster& raster) {
-  const auto rounded = [](double value) { return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0) + 0.5); };
+  const auto rounded = [](double value) {
+    return static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 255.0)));
+  };
   for (std::size_t i = 0; i < raster.pixels.size(); i += raster.channels) {
     std::uint8_t* const pixel = raster.pixels.data() + i;
     const double y = pixel[0];
@@ -136,39 +140,45 @@ void convertYCC(Raster& raster) {
   }
 }
 
+/// What the headers do not settle: a palette in a JP2 file makes other components of those in the code stream.
+void checkComponents(std::span<const opj_image_comp_t> components) {
+  if (components.empty() || components.size() > 4) {
+    throw ImageError("JPEG 2000: " + std::to_string(components.size()) + " components");
+  }
+  for (const opj_image_comp_t& component : components) {
+    if (component.data == nullptr || component.w == 0 || component.h == 0) throw ImageError("JPEG 2000: no pixels");
+    if (component.prec == 0 || component.prec > maximumDepth) {
+      throw ImageError("JPEG 2000: " + std::to_string(component.prec) + " bits a sample");
+    }
+    // The last of two or four is taken for alpha even without a word on it, as most programs write and read it.
+    const bool mayBeAlpha = &component == &components.back() && components.size() % 2 == 0;
+    if (component.alpha > (mayBeAlpha ? 1 : 0)) throw ImageError("JPEG 2000: an unusual order of channels");
+  }
+}
+
 }  // namespace
 
 Raster decodeJPEG2000(DataView bytes, ImageFormat format) {
   checkJPEG2000Headers(bytes, format);
   const Image image = decode(bytes, format);
   const std::span<const opj_image_comp_t> components(image->comps, image->numcomps);
-  const std::size_t count = components.size();
-  if (count == 0 || count > 4) throw ImageError("JPEG 2000: " + std::to_string(count) + " components");
-  std::size_t dx = components[0].dx;
-  std::size_t dy = components[0].dy;
-  for (std::size_t i = 0; i < count; ++i) {
-    const opj_image_comp_t& component = components[i];
-    if (component.data == nullptr || component.w == 0 || component.h == 0) throw ImageError("JPEG 2000: no pixels");
-    if (component.prec == 0 || component.prec > maximumDepth) {
-      throw ImageError("JPEG 2000: " + std::to_string(component.prec) + " bits a sample");
-    }
-    const bool mayBeAlpha = i + 1 == count && count % 2 == 0;
-    if (component.alpha > (mayBeAlpha ? 1 : 0)) throw ImageError("JPEG 2000: an unusual order of channels");
-    dx = std::min<std::size_t>(dx, component.dx);
-    dy = std::min<std::size_t>(dy, component.dy);
-  }
+  checkComponents(components);
   if (image->color_space == OPJ_CLRSPC_CMYK || image->color_space == OPJ_CLRSPC_EYCC) {
     throw ImageError("JPEG 2000: CMYK and e-YCC colours are not supported");
   }
 
-  // Without a word on the channels, the last of two or four is taken for alpha, as most programs write and read it.
-  const auto points = [](std::size_t from, std::size_t to, std::size_t step) {
-    return (to + step - 1) / step - (from + step - 1) / step;
+  // The finest component sets the pixels.
+  const std::size_t dx = std::ranges::min(components, {}, &opj_image_comp_t::dx).dx;
+  const std::size_t dy = std::ranges::min(components, {}, &opj_image_comp_t::dy).dy;
+  const auto multiples = [](std::size_t from, std::size_t to, std::size_t of) {
+    return (to + of - 1) / of - (from + of - 1) / of;
   };
+  const std::size_t count = components.size();
   Raster raster =
-      makeRaster(points(image->x0, image->x1, dx), points(image->y0, image->y1, dy), count == 2 ? 4 : count);
+      makeRaster(multiples(image->x0, image->x1, dx), multiples(image->y0, image->y1, dy), count == 2 ? 4 : count);
   for (std::size_t channel = 0; channel < raster.channels; ++channel) {
-    copyChannel(*image, components[count == 2 ? channel / 3 : channel], dx, dy, raster, channel);
+    const std::size_t source = count == 2 ? channel / 3 : channel;  // grey thrice, then alpha
+    copyChannel(*image, components[source], dx, dy, raster, channel);
   }
   // Only chroma is ever stored coarser than the rest, so a code stream that says nothing of its colours still tells.
   const bool coarseChroma = count >= 3 && components[1].dx > components[0].dx;

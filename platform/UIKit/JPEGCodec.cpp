@@ -35,7 +35,8 @@ class JPEGReader {
   /// Runs `calls(info)`, which must own nothing: an error of libjpeg jumps out of it.
   template <class Calls>
   void run(Calls calls) {
-    if (setjmp(escape_) != 0) throw ImageError(std::string("JPEG: ") + message_);
+    // NOLINTNEXTLINE(cert-err52-cpp): no exception may pass through libjpeg
+    if (setjmp(jump_) != 0) throw ImageError(std::string("JPEG: ") + message_);
     calls(info_);
   }
 
@@ -52,10 +53,13 @@ class JPEGReader {
   [[nodiscard]] jpeg_decompress_struct& info() { return info_; }
 
  private:
+  // NOLINTNEXTLINE(cert-err52-cpp): see run
+  [[noreturn]] void escape() { std::longjmp(jump_, 1); }
+
   [[noreturn]] static void fail(j_common_ptr common) {
     auto* self = static_cast<JPEGReader*>(common->client_data);
     common->err->format_message(common, self->message_);
-    std::longjmp(self->escape_, 1);
+    self->escape();
   }
   /// Cameras leave stray bytes between segments; any other warning means that part of the picture is lost.
   static void judgeWarning(j_common_ptr common, int level) {
@@ -66,13 +70,13 @@ class JPEGReader {
     if (reinterpret_cast<j_decompress_ptr>(common)->input_scan_number <= maximumScans) return;
     auto* self = static_cast<JPEGReader*>(common->client_data);
     std::snprintf(self->message_, sizeof self->message_, "more than %d scans", maximumScans);
-    std::longjmp(self->escape_, 1);
+    self->escape();
   }
 
   jpeg_decompress_struct info_{};
   jpeg_error_mgr errors_{};
   jpeg_progress_mgr progress_{};
-  std::jmp_buf escape_{};
+  std::jmp_buf jump_{};
   char message_[JMSG_LENGTH_MAX] = "";
 };
 
@@ -117,6 +121,7 @@ void convertCMYK(DataView cmyk, bool adobe, std::uint8_t* rgb) {
 Raster decodeJPEG(DataView bytes) {
   JPEGReader reader;
   reader.readHeader(bytes);
+  const int turn = orientation(reader.info());  // the markers go away with the last row
   const std::size_t channels = chooseColours(reader.info());
   Raster raster = makeRaster(reader.info().image_width, reader.info().image_height, channels == 4 ? 3 : channels);
   foundation::Data cmyk(channels == 4 ? 4 * raster.width : 0);
@@ -130,7 +135,7 @@ Raster decodeJPEG(DataView bytes) {
     }
     jpeg_finish_decompress(&info);
   });
-  return upright(std::move(raster), orientation(reader.info()));
+  return upright(std::move(raster), turn);
 }
 
 }  // namespace tavlo::uikit

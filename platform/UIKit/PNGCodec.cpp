@@ -32,6 +32,7 @@ class PNGReader {
   /// Runs `calls(png, info)`, which must own nothing: an error of libpng jumps out of it.
   template <class Calls>
   void run(Calls calls) {
+    // NOLINTNEXTLINE(cert-err52-cpp): no exception may pass through libpng
     if (setjmp(png_jmpbuf(png_)) != 0) throw ImageError(std::string("PNG: ") + message_);
     calls(png_, info_);
   }

@@ -30,7 +30,8 @@ std::optional<std::string> FileImageStore::persist(const uikit::UIImage& image) 
 
 std::optional<uikit::UIImage> FileImageStore::load(std::string_view name) {
   constexpr std::string_view separators("/\0", 2);
-  if (name.empty() || name.size() > 255 || name.find_first_of(separators) != name.npos) return std::nullopt;
+  if (name.empty() || name.size() > 255 || name.find_first_of(separators) != std::string_view::npos)
+    return std::nullopt;
   const std::filesystem::path file = folder_ / name;
   if (!is_regular_file(symlink_status(file))) return std::nullopt;  // "..", a link, or nothing at all
   return uikit::UIImage::decode(foundation::contentsOf(file));

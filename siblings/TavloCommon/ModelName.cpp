@@ -8,20 +8,20 @@ namespace {
 
 /// What makers leave in the firmware in place of a name.
 constexpr std::string_view placeholders[] = {"default string",
-                                             "empty",
+
                                              "invalid",
                                              "n/a",
                                              "none",
                                              "not applicable",
                                              "not available",
-                                             "not defined",
+
                                              "not specified",
                                              "o.e.m.",
                                              "oem",
                                              "product name",
                                              "system name",
                                              "system product name",
-                                             "system version",
+
                                              "to be filled by o.e.m.",
                                              "unknown",
                                              "undefined"};
