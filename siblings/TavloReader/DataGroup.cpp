@@ -89,6 +89,7 @@ std::optional<DataGroupId> DataGroup::recognise(DataView file) {
   const auto innerTag = takeTag(file);
   constexpr std::uint32_t applicationIdentifier = 0x4F;
   if (innerTag == applicationIdentifier) return std::nullopt;
+  // What is cut short or followed by more is told by its inner tag, what has an unusual one by a length that fits.
   return fits || innerTag == kindOf(*id).innerTag ? id : std::nullopt;
 }
 

@@ -20,7 +20,7 @@ class ReaderError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The elementary files of the logical data structure (ICAO Doc 9303-10), in their usual order.
+/// The elementary files of the logical data structure (ICAO Doc 9303-10), in their usual order: DG1 has the value 1.
 enum class DataGroupId : std::uint8_t {
   COM,
   DG1,

@@ -47,10 +47,11 @@ COM::COM(Data file) : DataGroup(DataGroupId::COM, std::move(file)) {
   constexpr std::size_t maximumTags = 32;
   if (tags.size() > maximumTags) reader.fail("a list of " + std::to_string(tags.size()) + " groups");
   for (const std::uint8_t tag : tags) {
-    if (const auto group = dataGroupWithTag(tag))
+    if (const auto group = dataGroupWithTag(tag)) {
       groups_.push_back(*group);
-    else
+    } else {
       addOddity("lists the unknown tag " + tagText(tag));
+    }
   }
 }
 
@@ -99,7 +100,7 @@ class RecordReader {
     for (const std::uint8_t byte : bytes(size)) value = value << 8 | byte;
     return value;
   }
-  DataView rest() const { return rest_; }
+  [[nodiscard]] DataView rest() const { return rest_; }
 
  private:
   DataView rest_;
@@ -112,7 +113,10 @@ void DataGroup2::readFaceRecord(DataView record) {
   constexpr auto formatAndVersion =
       "FAC\0"
       "010\0"sv;
-  constexpr std::size_t headerSize = 14, pointSize = 8, personSize = 14, pictureSize = 12;
+  constexpr std::size_t headerSize = 14;
+  constexpr std::size_t personSize = 14;
+  constexpr std::size_t pointSize = 8;
+  constexpr std::size_t pictureSize = 12;
 
   if (!textOf(record).starts_with(formatAndVersion)) {
     addOddity("a face record of an unknown format");
@@ -207,7 +211,9 @@ constexpr std::array itemKinds = {
 }  // namespace
 
 TextDataGroup::TextDataGroup(DataGroupId id, Data file) : DataGroup(id, std::move(file)) {
-  constexpr std::uint32_t tagList = 0x5C, several = 0xA0, count = 0x02;
+  constexpr std::uint32_t tagList = 0x5C;
+  constexpr std::uint32_t several = 0xA0;
+  constexpr std::uint32_t count = 0x02;
   TLVReader reader(value(), name(id));
   while (!reader.atEnd()) {
     const TLV element = reader.next();

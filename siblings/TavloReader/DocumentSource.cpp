@@ -26,7 +26,8 @@ std::optional<DataGroupId> groupMeantBy(const std::string& fileName) {
       std::regex::icase);
   std::smatch match;
   if (!std::regex_search(fileName, match, pattern)) return std::nullopt;
-  constexpr int identifierOfCOM = 0x1E, identifierOfSOD = 0x1D;
+  constexpr int identifierOfCOM = 0x1E;
+  constexpr int identifierOfSOD = 0x1D;
   const int number = match[3].matched ? std::stoi(match[3]) : match[4].matched ? std::stoi(match[4], nullptr, 16) : 0;
   if (match[1].matched || number == identifierOfCOM) return DataGroupId::COM;
   if (match[2].matched || number == identifierOfSOD) return DataGroupId::SOD;

@@ -99,10 +99,8 @@ std::string text(std::string_view field) {
 std::string nameText(std::string_view field) {
   std::string words;
   for (const char c : trimmed(field)) {
-    if (c != filler)
-      words += c;
-    else if (words.back() != ' ')
-      words += ' ';
+    if (c == filler && words.back() == ' ') continue;
+    words += c == filler ? ' ' : c;
   }
   return foundation::makeValidUTF8(words);
 }
@@ -152,8 +150,7 @@ MRZ MRZ::parse(std::string_view zone) {
   if (separator != std::string_view::npos) mrz.firstName = nameText(names.substr(separator));
   mrz.namesFillField = names.back() != filler;
 
-  // A number too long for its field has a filler for its check digit, and goes on, check digit last, in the optional
-  // data.
+  // A number too long for its field has a filler as check digit and goes on, digit last, in the optional data.
   std::string number(layout->number.of(zone));
   char numberDigit = layout->number.checkDigit(zone);
   std::string_view optional = layout->optional.of(zone);

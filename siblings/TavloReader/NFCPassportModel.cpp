@@ -6,9 +6,8 @@ namespace tavlo::reader {
 
 void NFCPassportModel::add(std::shared_ptr<const DataGroup> group) {
   const DataGroupId id = group->id();
-  if (!dataGroups_.try_emplace(id, std::move(group)).second) {
-    throw ReaderError(std::string(name(id)) + " is there twice");
-  }
+  if (dataGroups_.contains(id)) throw ReaderError(std::string(name(id)) + " is there twice");
+  dataGroups_[id] = std::move(group);
 }
 
 std::string NFCPassportModel::text(std::string MRZ::*field) const {

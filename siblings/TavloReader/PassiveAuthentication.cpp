@@ -108,45 +108,47 @@ struct SecurityObject {
   }
 };
 
+/// Takes the file of the SOD apart; gives whether it could. A hash function that is not allowed leaves `digest` empty.
+bool parse(DataView file, SecurityObject& object) {
+  constexpr std::uint32_t outerTag = 0x77;
+  if (takeTag(file) != outerTag) return false;
+  const auto length = takeLength(file);
+  if (!length || *length > file.size()) return false;
+
+  const std::uint8_t* position = file.data();
+  object.message.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(*length)));
+  CMS_ContentInfo* const message = object.message.get();
+  if (message == nullptr || OBJ_obj2nid(CMS_get0_type(message)) != NID_pkcs7_signed) return false;
+  if (!isOfType(CMS_get0_eContentType(message), "2.23.136.1.1.1")) return false;
+  if (sk_CMS_SignerInfo_num(CMS_get0_SignerInfos(message)) != 1) return false;
+  ASN1_OCTET_STRING** const content = CMS_get0_content(message);
+  if (content == nullptr || *content == nullptr) return false;
+
+  const DataView encoded = viewOf(*content);
+  position = encoded.data();
+  const Owned<LDSSecurityObject, freeLDSSecurityObject> lds(reinterpret_cast<LDSSecurityObject*>(
+      ASN1_item_d2i(nullptr, &position, static_cast<long>(encoded.size()), ASN1_ITEM_rptr(LDSSecurityObject))));
+  if (!lds) return false;
+  for (int i = 0; i < sk_DataGroupHash_num(lds->hashes); ++i) {
+    const DataGroupHash* listed = sk_DataGroupHash_value(lds->hashes, i);
+    std::int64_t number = 0;
+    if (ASN1_INTEGER_get_int64(&number, listed->number) != 1 || number < 1 || number > 16) return false;
+    const DataView hash = viewOf(listed->hash);
+    const bool isNew = object.hashes.try_emplace(static_cast<DataGroupId>(number), hash.begin(), hash.end()).second;
+    if (!isNew) return false;
+  }
+  object.digest = digestOf(lds->hashAlgorithm);
+  return true;
+}
+
 AuthenticationStep readSecurityObject(const NFCPassportModel& model, SecurityObject& object) {
   const auto failed = [](const char* reason, const char* text) {
     return AuthenticationStep{"sod", Result::failed, reason, text};
   };
-  const auto malformed = failed("malformed", "The document security object cannot be read.");
-
   const auto sod = model.dataGroupsRead().find(DataGroupId::SOD);
   if (sod == model.dataGroupsRead().end()) return failed("not_sent", "The document security object is missing.");
-  DataView content;
-  try {
-    content = TLVReader(sod->second->data(), name(DataGroupId::SOD)).next(0x77);
-  } catch (const ReaderError&) {
-    return malformed;
-  }
-
-  const std::uint8_t* position = content.data();
-  object.message.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(content.size())));
-  CMS_ContentInfo* const message = object.message.get();
-  if (message == nullptr || OBJ_obj2nid(CMS_get0_type(message)) != NID_pkcs7_signed) return malformed;
-  if (!isOfType(CMS_get0_eContentType(message), "2.23.136.1.1.1")) return malformed;
-  if (sk_CMS_SignerInfo_num(CMS_get0_SignerInfos(message)) != 1) return malformed;
-  ASN1_OCTET_STRING** const signedContent = CMS_get0_content(message);
-  if (signedContent == nullptr || *signedContent == nullptr) return malformed;
-
-  const DataView encoded = viewOf(*signedContent);
-  position = encoded.data();
-  const Owned<LDSSecurityObject, freeLDSSecurityObject> lds(reinterpret_cast<LDSSecurityObject*>(
-      ASN1_item_d2i(nullptr, &position, static_cast<long>(encoded.size()), ASN1_ITEM_rptr(LDSSecurityObject))));
-  if (!lds) return malformed;
-  for (int i = 0; i < sk_DataGroupHash_num(lds->hashes); ++i) {
-    const DataGroupHash* listed = sk_DataGroupHash_value(lds->hashes, i);
-    std::int64_t number = 0;
-    if (ASN1_INTEGER_get_int64(&number, listed->number) != 1 || number < 1 || number > 16) return malformed;
-    const DataView hash = viewOf(listed->hash);
-    if (!object.hashes.try_emplace(static_cast<DataGroupId>(number), hash.begin(), hash.end()).second) return malformed;
-  }
-  object.digest = digestOf(lds->hashAlgorithm);
-  if (object.digest == nullptr)
-    return failed("algorithm_refused", "The groups are hashed in a way that is not accepted.");
+  if (!parse(sod->second->data(), object)) return failed("malformed", "The document security object cannot be read.");
+  if (object.digest == nullptr) return failed("algorithm_refused", "The groups' hash function is not accepted.");
   return {"sod", Result::passed, "read", "The document security object can be read."};
 }
 
@@ -250,7 +252,7 @@ void compareGroups(const NFCPassportModel& model, const SecurityObject& object, 
     } else if (isSent && isListed) {
       report.steps.push_back({group, Result::failed, "hash_mismatch", group + " is not as it was signed."});
     } else if (isSent) {
-      report.steps.push_back({group, Result::failed, "not_in_sod", group + " was never signed."});
+      report.steps.push_back({group, Result::failed, "not_in_sod", group + " is not among the signed groups."});
     } else if (isListed) {
       report.steps.push_back({group, Result::notChecked, "not_sent", group + " was signed but is not here."});
     }
@@ -259,7 +261,9 @@ void compareGroups(const NFCPassportModel& model, const SecurityObject& object, 
 
 /// The certificates of one trust anchor: one in DER, or one or more in PEM; none when it is neither.
 std::vector<Certificate> readAnchor(const Data& encoded) {
+  constexpr std::size_t maximumSize = std::size_t{16} << 20;  // a whole world's authorities take one tenth of it
   std::vector<Certificate> certificates;
+  if (encoded.empty() || encoded.size() > maximumSize) return certificates;
   const std::uint8_t* position = encoded.data();
   if (Certificate certificate{d2i_X509(nullptr, &position, static_cast<long>(encoded.size()))}) {
     certificates.push_back(std::move(certificate));

@@ -10,12 +10,14 @@ namespace tavlo::reader {
 
 /// The outcome of one step of passive authentication (ICAO Doc 9303-11).
 ///
-/// | name        | passed       | failed                                                      | notChecked |
-/// |-------------|--------------|-------------------------------------------------------------|------------|
-/// | "sod"       | "read"       | "not_sent", "malformed", "algorithm_refused"                |            |
-/// | "signature" | "valid"      | "invalid", "signer_not_found", "algorithm_refused"          | "no_sod"   |
-/// | "chain"     | "trusted"    | "no_trust_anchors", "issuer_unknown", "expired", "refused"  | "no_signer"|
-/// | "DG1" ...   | "hash_match" | "hash_mismatch", "not_in_sod"                               | "not_sent", "no_sod" |
+/// | name        | passed       | failed                                           | notChecked           |
+/// |-------------|--------------|--------------------------------------------------|----------------------|
+/// | "sod"       | "read"       | "not_sent", "malformed", "algorithm_refused"     |                      |
+/// | "signature" | "valid"      | "invalid", "signer_not_found",                   | "no_sod"             |
+/// |             |              | "algorithm_refused"                              |                      |
+/// | "chain"     | "trusted"    | "no_trust_anchors", "issuer_unknown",            | "no_sod",            |
+/// |             |              | "outside_validity", "refused"                    | "no_signer"          |
+/// | "DG1" ...   | "hash_match" | "hash_mismatch", "not_in_sod"                    | "not_sent", "no_sod" |
 struct AuthenticationStep {
   enum class Result { passed, failed, notChecked };
   std::string name;  ///< machine-readable, such as "signature" or "DG1"

@@ -22,7 +22,7 @@ std::optional<std::uint32_t> takeTag(DataView& bytes) {
 std::optional<std::size_t> takeLength(DataView& bytes) {
   if (bytes.empty()) return std::nullopt;
   const std::uint8_t first = bytes[0];
-  const std::size_t extra = first < 0x80 ? 0 : first - 0x80u;
+  const std::size_t extra = first < 0x80 ? 0 : first - 0x80U;
   const bool indefinite = first == 0x80;
   if (indefinite || extra > 4 || extra >= bytes.size()) return std::nullopt;
   std::size_t length = extra == 0 ? first : 0;

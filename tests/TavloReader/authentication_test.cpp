@@ -39,36 +39,37 @@ NFCPassportModel sample(const char* folder, std::optional<DataGroupId> left = {}
 }
 
 TEST(Authentication, TellsSamplesApart) {
-  const std::string others = " DG2=hash_match DG7=hash_match DG11=hash_match DG12=hash_match DG14=hash_match DG15=";
   const std::string sound = " sod=read signature=valid chain=trusted";
+  const std::string others = " DG7=hash_match DG11=hash_match DG12=hash_match DG14=hash_match DG15=hash_match";
   EXPECT_EQ(summary(authenticate(sample("td3-jpeg"), {csca})),
-            "trusted" + sound + " DG1=hash_match" + others + "hash_match");
+            "trusted" + sound + " DG1=hash_match DG2=hash_match" + others);
   EXPECT_EQ(summary(authenticate(sample("bad-dg1-flipped"), {csca})),
-            "not trusted" + sound + " !DG1=hash_mismatch" + others + "hash_match");
+            "not trusted" + sound + " !DG1=hash_mismatch DG2=hash_match" + others);
   EXPECT_EQ(summary(authenticate(sample("td3-jpeg", DataGroupId::DG1), {csca})),
-            "not trusted" + sound + " ?DG1=not_sent" + others + "hash_match");
+            "not trusted" + sound + " ?DG1=not_sent DG2=hash_match" + others);
 
-  NFCPassportModel more = sample("td3-jpeg", DataGroupId::DG15);
-  more.add(DataGroup::parse(tlv(0x63, tlv(0x7F61, tlv(0x02, Data{0})))));
-  const std::string text = summary(authenticate(more, {csca}));
-  EXPECT_NE(text.find(" !DG3=not_in_sod DG7="), std::string::npos) << text;
-  EXPECT_NE(text.find(" ?DG15=not_sent"), std::string::npos) << text;
-  EXPECT_TRUE(authenticate(sample("td3-jpeg", DataGroupId::DG15), {csca}).isTrusted());
+  NFCPassportModel other = sample("td3-jpeg", DataGroupId::DG2);
+  EXPECT_EQ(summary(authenticate(other, {csca})), "trusted" + sound + " DG1=hash_match ?DG2=not_sent" + others);
+  other.add(DataGroup::parse(tlv(0x63, tlv(0x7F61, tlv(0x02, Data{0})))));
+  EXPECT_EQ(summary(authenticate(other, {csca})),
+            "not trusted" + sound + " DG1=hash_match ?DG2=not_sent !DG3=not_in_sod" + others);
 
   EXPECT_NE(summary(authenticate(sample("td3-jpeg"), {})).find("!chain=no_trust_anchors"), std::string::npos);
   EXPECT_EQ(summary(authenticate({}, {csca})), "not trusted !sod=not_sent ?signature=no_sod ?chain=no_sod");
-  EXPECT_THROW(static_cast<void>(authenticate({}, {csca, Data{1, 2, 3}})), ReaderError);
+  for (const Data& anchor : {Data{}, Data{1, 2, 3}}) {
+    EXPECT_THROW(static_cast<void>(authenticate({}, {csca, anchor})), ReaderError);
+  }
 }
 
 TEST(Authentication, NoAlteredSecurityObjectIsTrusted) {
-  const NFCPassportModel whole = sample("td3-jpeg"), rest = sample("td3-jpeg", DataGroupId::SOD);
-  const Data& sound = whole.dataGroupsRead().at(DataGroupId::SOD)->data();
+  const NFCPassportModel rest = sample("td3-jpeg", DataGroupId::SOD);
+  Data file = foundation::contentsOf(samples / "td3-jpeg/EF_SOD.bin");
   // The steps miss the few bytes that nothing relies on: versions, and the name of the signature algorithm.
-  for (std::size_t i = 4; i < sound.size(); i += 17) {
+  for (std::size_t i = 4; i < file.size(); i += 17) {
     NFCPassportModel model = rest;
-    Data altered = sound;
-    altered[i] ^= 0x10;
-    model.add(DataGroup::parse(DataGroupId::SOD, altered));
+    file[i] ^= 0x10;
+    model.add(DataGroup::parse(DataGroupId::SOD, file));
+    file[i] ^= 0x10;
     EXPECT_FALSE(authenticate(model, {csca}).isTrusted()) << "byte " << i;
   }
 }
@@ -116,30 +117,31 @@ Data encoded(X509* certificate) {
 
 TEST(Authentication, AcceptsWhatStatesSignWith) {
   const test::TestCertificate stranger("DNS:authority");
+  const test::TestCertificate authority("DNS:authority");
+  const test::TestCertificate signer("DNS:signer", &authority);
+  const test::TestCertificate expired("DNS:signer", &authority, -1800);
   for (const Kind& kind :
        {Kind{"brainpoolP256r1", true, false, false, "SHA1"}, Kind{nullptr, false, false, true, "SHA224"},
         Kind{nullptr, false, true, false, "SHA512"}, Kind{"brainpoolP512r1", false, false, false, "SHA384"}}) {
     SCOPED_TRACE(kind.digest);
     const Owned<EVP_PKEY> key(kind.curve == nullptr ? EVP_RSA_gen(2048) : EVP_EC_gen(kind.curve), EVP_PKEY_free);
     if (kind.explicitCurve) EVP_PKEY_set_utf8_string_param(key.get(), OSSL_PKEY_PARAM_EC_ENCODING, "explicit");
-    const test::TestCertificate authority("DNS:authority"), signer("DNS:signer", &authority),
-        expired("DNS:signer", &authority, -1800);
-    for (X509* certificate : {authority.certificate.get(), signer.certificate.get(), expired.certificate.get()}) {
-      X509_set_pubkey(certificate, key.get());
-      X509_sign(certificate, key.get(), EVP_sha256());
+    for (const auto* certificate : {&authority, &signer, &expired}) {
+      X509_set_pubkey(certificate->certificate.get(), key.get());
+      X509_sign(certificate->certificate.get(), key.get(), EVP_sha256());
     }
     const auto verdict = [&](const test::TestCertificate& by, const TrustAnchors& anchors) {
+      const auto group = DataGroup::parse(test::dataGroup1());
       NFCPassportModel model;
-      model.add(DataGroup::parse(test::dataGroup1()));
-      const auto* file = model.find<DataGroup1>();
-      model.add(DataGroup::parse(signedObject(file->data(), by.certificate.get(), key.get(), kind)));
+      model.add(group);
+      model.add(DataGroup::parse(signedObject(group->data(), by.certificate.get(), key.get(), kind)));
       return summary(authenticate(model, anchors));
     };
-    const Data sameName = encoded(stranger.certificate.get()), right = encoded(authority.certificate.get());
-    const std::string chain = " sod=read signature=valid ";
-    EXPECT_EQ(verdict(signer, {sameName, right}), "trusted" + chain + "chain=trusted DG1=hash_match");
+    const Data sameName = encoded(stranger.certificate.get());
+    const Data right = encoded(authority.certificate.get());
+    EXPECT_EQ(verdict(signer, {sameName, right}), "trusted sod=read signature=valid chain=trusted DG1=hash_match");
     EXPECT_EQ(verdict(signer, {sameName}).find("chain=trusted"), std::string::npos);
-    EXPECT_EQ(verdict(expired, {right}), "not trusted" + chain + "!chain=outside_validity DG1=hash_match");
+    EXPECT_EQ(verdict(expired, {right}), "not trusted sod=read signature=valid !chain=outside_validity DG1=hash_match");
   }
 }
 

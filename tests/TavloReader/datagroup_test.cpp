@@ -21,19 +21,21 @@ const Data names = joined({tlv(0x5C, Data{0x5F, 0x0E}), tlv(0x5F0E, "ERIKSSON<<A
 std::vector<Data> soundFiles() {
   std::vector<Data> files = {test::com(Data{0x61, 0x75}), test::dataGroup1(), test::dataGroup2(picture),
                              test::dataGroup7(picture), tlv(0x6E, tlv(0x31, Data{}))};
+  const auto add = [&files](std::initializer_list<std::uint32_t> tags, const Data& content) {
+    for (const std::uint32_t tag : tags) files.push_back(tlv(tag, content));
+  };
   const Data counted = tlv(0x02, Data{0});
-  for (const unsigned tag : {0x65, 0x68, 0x69, 0x6A, 0x70}) files.push_back(tlv(tag, counted));
-  for (const unsigned tag : {0x63, 0x76}) files.push_back(tlv(tag, tlv(0x7F61, counted)));
-  for (const unsigned tag : {0x6B, 0x6C}) files.push_back(tlv(tag, names));
-  for (const unsigned tag : {0x66, 0x6D}) files.push_back(tlv(tag, "anything"));
-  for (const unsigned tag : {0x6F, 0x77}) files.push_back(test::tlv(tag, tlv(0x30, Data{0x05, 0x00})));
+  add({0x65, 0x68, 0x69, 0x6A, 0x70}, counted);
+  add({0x63, 0x76}, tlv(0x7F61, counted));
+  add({0x6B, 0x6C}, names);
+  add({0x66, 0x6D, 0x6F, 0x77}, tlv(0x30, Data{0x05, 0x00}));
   return files;
 }
 
-/// What `DataGroup::parse` says against `file`; empty when it says nothing.
-std::string refusal(const Data& file) {
+/// What `DataGroup::parse` says against `file`, meant to be the group `id` if given; empty when it says nothing.
+std::string refusal(const Data& file, std::optional<DataGroupId> id = {}) {
   try {
-    static_cast<void>(DataGroup::parse(file));
+    static_cast<void>(id ? DataGroup::parse(*id, file) : DataGroup::parse(file));
     return {};
   } catch (const ReaderError& error) {
     return error.what();
@@ -63,7 +65,7 @@ TEST(DataGroup, PaddingIsCutAndAnythingElseRefused) {
       EXPECT_EQ(group->oddities().size(), 1U);
     }
     for (const Data& trailing : {Data{1}, Data{0x00, 0xFF}, Data{0x90, 0x00, 0x90, 0x00}, Data{0x6A, 0x82}}) {
-      EXPECT_THROW(DataGroup::parse(*DataGroup::recognise(file), joined({file, trailing})), ReaderError);
+      EXPECT_NE(refusal(joined({file, trailing}), DataGroup::recognise(file)), "");
     }
   }
 }
@@ -74,7 +76,7 @@ TEST(DataGroup, TruncatedOrAlteredFilesAreRefusedOrReadNeverMore) {
     for (std::size_t size = 0; size < file.size(); ++size) {
       const Data truncated(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size));
       EXPECT_NE(refusal(truncated), "") << name(id) << " " << size;
-      EXPECT_THROW(DataGroup::parse(id, truncated), ReaderError);
+      EXPECT_EQ(refusal(truncated, id).substr(0, name(id).size()), name(id)) << size;
     }
     for (std::size_t i = 0; i < file.size(); ++i) {
       for (const int value : {0x00, 0x01, 0x5F, 0x7F, 0x80, 0x84, 0xFF}) {
@@ -132,6 +134,7 @@ TEST(DataGroup, ContentIsParsed) {
   const DataGroup2 two(test::dataGroup2Around(test::faceRecord({other, picture})));
   EXPECT_EQ(bytes(two.faces().at(0)), other);
   EXPECT_EQ(bytes(two.faces().at(1)), picture);
+  EXPECT_EQ(DataGroup2(test::dataGroup2Around(test::faceRecord({picture}), 0x7F2E)).faces().size(), 1U);
   const DataGroup2 none(test::dataGroup2Around(foundation::dataOf("a record of another standard")));
   EXPECT_TRUE(none.faces().empty());
   EXPECT_EQ(none.oddities().size(), 1U);
@@ -166,7 +169,6 @@ TEST(NFCPassportModel, ShowsWhatWasRead) {
                 model.documentExpiryDate(),
             "P L898902C3 UTO ERIKSSON ANNA MARIA 740812 F 120415");
   EXPECT_FALSE(model.passportImage()) << "four bytes are no picture";
-  EXPECT_EQ(model.find<DataGroup2>(), model.dataGroupsRead().at(DataGroupId::DG2).get());
   EXPECT_EQ(model.find<DataGroup7>(), nullptr);
 }
 

@@ -4,8 +4,6 @@
 #include <TavloReader/DataGroup.hpp>
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "support/Documents.hpp"
 
 namespace tavlo::reader {
@@ -56,13 +54,9 @@ TEST(MRZ, IsTakenApart) {
 }
 
 TEST(MRZ, HasOneOfThreeLengths) {
-  std::set<std::size_t> lengths;
-  for (std::size_t length = 0; length < 100; ++length) try {
-      EXPECT_EQ(MRZ::parse(std::string(length, '<')).documentNumber, "");
-      lengths.insert(length);
-    } catch (const ReaderError&) {
-    }
-  EXPECT_EQ(lengths, (std::set<std::size_t>{72, 88, 90}));
+  for (const auto length : {0U, 71U, 73U, 87U, 89U, 91U, 180U}) {
+    EXPECT_THROW(static_cast<void>(MRZ::parse(std::string(length, '<'))), ReaderError) << length;
+  }
 }
 
 }  // namespace

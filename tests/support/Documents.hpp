@@ -73,9 +73,9 @@ inline Data faceRecord(std::initializer_list<DataView> images) {
 }
 
 /// DG2 with one biometric template around `record`.
-inline Data dataGroup2Around(DataView record) {
+inline Data dataGroup2Around(DataView record, std::uint32_t recordTag = 0x5F2E) {
   const Data header = tlv(0xA1, joined({tlv(0x87, Data{0x01, 0x01}), tlv(0x88, Data{0x00, 0x08})}));
-  const Data biometric = tlv(0x7F60, joined({header, tlv(0x5F2E, record)}));
+  const Data biometric = tlv(0x7F60, joined({header, tlv(recordTag, record)}));
   return tlv(0x75, tlv(0x7F61, joined({tlv(0x02, Data{1}), biometric})));
 }
 
