@@ -4,8 +4,12 @@
 #include <TavloCA/TavloCA.hpp>
 #include <TavloReader/DocumentSource.hpp>
 
+#include <exception>
+#include <filesystem>
 #include <future>
 #include <iostream>
+#include <memory>
+#include <stdexcept>
 
 int main(int argc, char** argv) try {
   using namespace tavlo;

@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <future>
@@ -12,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tavlo::app {
 

@@ -1,5 +1,7 @@
 #include <TavloCA/TavloCA.hpp>
 
+#include <utility>
+
 #include "Commands.hpp"
 #include "Input.hpp"
 #include "Outcome.hpp"

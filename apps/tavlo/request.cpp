@@ -1,6 +1,8 @@
 #include <TavloCA/TavloCA.hpp>
 #include <TavloStore/Util.hpp>
 
+#include <utility>
+
 #include "Commands.hpp"
 #include "Input.hpp"
 #include "Outcome.hpp"

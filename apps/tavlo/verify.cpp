@@ -2,6 +2,10 @@
 #include <TavloCA/TavloCA.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 
+#include <memory>
+#include <optional>
+#include <utility>
+
 #include "Commands.hpp"
 #include "Input.hpp"
 #include "Outcome.hpp"
