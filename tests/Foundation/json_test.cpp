@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
 #include <string>
 
 namespace tavlo::foundation {
@@ -52,70 +53,29 @@ TEST(JSON, RefusesToWriteWhatJSONCannotHold) {
   }
 }
 
-TEST(JSON, KeepsNumbersExactly) {
+TEST(JSON, KeepsNumbersExactlyAndTheFirstOfTwoEqualKeys) {
+  EXPECT_EQ(read(R"({"k":"first","j":0,"k":"second"})"), JSONValue(JSONObject{{"k", "first"}, {"j", 0}}));
   EXPECT_EQ(read("6032314514195021674"), JSONValue(6032314514195021674));
   EXPECT_EQ(read("9223372036854775808"), JSONValue(9223372036854775808U));
   EXPECT_EQ(read("-0.5e1"), JSONValue(-5.0));
   ASSERT_NE(read("123456789012345678901234567890").getIf<double>(), nullptr);
 }
 
-TEST(JSON, FirstOfTwoEqualKeysCounts) {
-  EXPECT_EQ(read(R"({"k":"first","j":0,"k":"second"})"), JSONValue(JSONObject{{"k", "first"}, {"j", 0}}));
-}
-
 TEST(JSON, RefusesMalformedText) {
+  std::istringstream rows(
+      R"(| |[1,]|{"a":0,}|{"a":1} x|[NaN]|[0x42]|[1.e2]|[-.1]|[+1]|[01]|['a']|["\h"]|["\uD834"]|["\uDD1E\uD834"]|[1e400])"
+      R"(|[2.01e-1234]|{|["foo|nul|/**/[]|{1:2})"
+      "|[\x01]|[\"\x1f\"]|[\"\xC0\x80\"]|[\"\xED\xA0\x80\"]|[\"\xF4\x90\x80\x80\"]|\xEF\xBB\xBF{}");
+  for (std::string row; std::getline(rows, row, '|');) EXPECT_THROW((void)read(row), DecodingError) << row;
   using namespace std::string_literals;
-  const std::string rows[] = {
-      "",
-      " ",
-      "[1,]",
-      "{\"a\":0,}",
-      "{\"a\":1} x",
-      "[1\0]"s,
-      "[\"\0\"]"s,
-      "\0[]"s,
-      "[]\0"s,
-      "[\x01]",
-      "[\"\x1f\"]",
-      "[NaN]",
-      "[0x42]",
-      "[1.e2]",
-      "[-.1]",
-      "[+1]",
-      "[01]",
-      "['a']",
-      "[\"\\h\"]",
-      "[\"\\uD834\"]",
-      "[\"\\uDD1E\\uD834\"]",
-      "[\"\xC0\x80\"]",
-      "[\"\xED\xA0\x80\"]",
-      "[\"\xF4\x90\x80\x80\"]",
-      "\xEF\xBB\xBF{}",
-      "\xFE\xFF\0{\0}"s,
-      "{\0}\0"s,
-      "[1e400]",
-      "[2.01e-1234]",
-      "{",
-      "[\"foo",
-      "nul",
-      "//\n[]",
-      "{1:2}",
-  };
-  for (const std::string& row : rows) {
-    try {
-      (void)read(row);
-      ADD_FAILURE() << "accepted: " << row;
-    } catch (const DecodingError& error) {
-      EXPECT_EQ(error.kind(), DecodingError::Kind::dataCorrupted) << row;
-    }
+  for (const auto& row : {"[1\0]"s, "[\"\0\"]"s, "\0[]"s, "[]\0"s, "\xFE\xFF\0{\0}"s, "{\0}\0"s}) {
+    EXPECT_THROW((void)read(row), DecodingError) << row;
   }
 }
 
 TEST(JSON, FragmentsOnlyWhereAllowed) {
   for (const char* text : {"3", "\"s\"", "null", "true"}) {
     EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text)), DecodingError);
-    EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text), JSONReadingOptions::mutableContainers),
-                 DecodingError);
     EXPECT_NO_THROW((void)read(text));
   }
 }
@@ -133,12 +93,14 @@ TEST(JSON, DepthIsBoundedBothWays) {
 }
 
 template <class T>
-std::optional<DecodingError::Kind> failure(std::string_view text) {
-  try {
-    (void)JSONDecoder().decode<T>(dataOf(text));
-    return std::nullopt;
-  } catch (const DecodingError& error) {
-    return error.kind();
+void expectRefused(DecodingError::Kind kind, std::initializer_list<const char*> texts) {
+  for (const char* text : texts) {
+    try {
+      (void)JSONDecoder().decode<T>(dataOf(text));
+      ADD_FAILURE() << "accepted: " << text;
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.kind(), kind) << text;
+    }
   }
 }
 
@@ -150,15 +112,13 @@ TEST(JSON, DecodesPlainValuesWithoutConverting) {
   EXPECT_EQ(JSONDecoder().decode<std::vector<bool>>(dataOf("[true,false]")), (std::vector<bool>{true, false}));
   EXPECT_EQ(JSONDecoder().decode<std::uint8_t>(dataOf("-0")), 0);
   EXPECT_EQ(JSONDecoder().decode<std::uint64_t>(dataOf("18446744073709551615")), 18446744073709551615U);
-  EXPECT_EQ(failure<std::vector<bool>>("[1]"), Kind::typeMismatch);
-  EXPECT_EQ(failure<int>("false"), Kind::typeMismatch);
-  EXPECT_EQ(failure<std::string>("1"), Kind::typeMismatch);
-  EXPECT_EQ(failure<std::string>("null"), Kind::valueNotFound);
-  EXPECT_EQ(failure<std::int8_t>("128"), Kind::dataCorrupted);
-  EXPECT_EQ(failure<std::int8_t>("-129"), Kind::dataCorrupted);
-  EXPECT_EQ(failure<std::uint8_t>("-1"), Kind::dataCorrupted);
-  EXPECT_EQ(failure<std::int64_t>("9223372036854775808"), Kind::dataCorrupted);
-  EXPECT_EQ(failure<std::int64_t>("1.5"), Kind::dataCorrupted);
+  expectRefused<std::vector<bool>>(Kind::typeMismatch, {"[1]", "{}", "true"});
+  expectRefused<int>(Kind::typeMismatch, {"false", "\"1\""});
+  expectRefused<std::string>(Kind::typeMismatch, {"1", "[]"});
+  expectRefused<std::string>(Kind::valueNotFound, {"null"});
+  expectRefused<std::int8_t>(Kind::dataCorrupted, {"128", "-129", "1.5"});
+  expectRefused<std::uint8_t>(Kind::dataCorrupted, {"-1", "256"});
+  expectRefused<std::int64_t>(Kind::dataCorrupted, {"9223372036854775808"});
 }
 
 }  // namespace

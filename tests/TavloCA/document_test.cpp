@@ -10,7 +10,9 @@
 #include "support/StandIns.hpp"
 #include "support/TemporaryFolder.hpp"
 
+#include <set>
 #include <string>
+#include <tuple>
 
 namespace tavlo {
 namespace {
@@ -64,37 +66,30 @@ TEST_F(Document, CodesItsTwelveMembersInOrder) {
 }
 
 TEST_F(Document, DecodingTellsRequiredFromOptionalMembers) {
-  const auto full = *toJSON(fullJSON);
-  for (const auto& [key, value] : full) {
-    const bool optional = key == "documentType" || key == "portraitFilename" || key == "signatureFilename" ||
-                          key == "certificateSigningRequest";
-    for (const bool null : {false, true}) {
-      JSONObject other = full;
-      if (null) {
-        other[key] = {};
-      } else {
-        other.erase(key);
-      }
-      std::optional<DecodingError::Kind> failure;
-      try {
-        const auto bytes = JSONEncoder().encode(foundation::JSONValue(other));
-        const auto document = JSONDecoder().decode<std::shared_ptr<CredentialDocument>>(bytes);
-        EXPECT_FALSE(document->json()->contains(key));
-      } catch (const DecodingError& error) {
-        failure = error.kind();
-        EXPECT_EQ(foundation::describe(error.codingPath()), key);
-      }
-      if (optional) {
-        EXPECT_EQ(failure, std::nullopt) << key;
-      } else {
-        EXPECT_EQ(failure, null ? DecodingError::Kind::valueNotFound : DecodingError::Kind::keyNotFound) << key;
-      }
+  using Kind = DecodingError::Kind;
+  const std::set<std::string> optional{"documentType", "portraitFilename", "signatureFilename",
+                                       "certificateSigningRequest"};
+  const auto failureOf = [](const JSONObject& members) -> std::optional<Kind> {
+    try {
+      (void)JSONDecoder().decode<std::shared_ptr<Passport>>(JSONEncoder().encode(foundation::JSONValue(members)));
+      return std::nullopt;
+    } catch (const DecodingError& error) {
+      return error.kind();
     }
+  };
+  const JSONObject full = *toJSON(fullJSON);
+  for (const auto& [key, value] : full) {
+    JSONObject members = full;
+    members[key] = {};
+    EXPECT_EQ(failureOf(members), optional.contains(key) ? std::nullopt : std::optional(Kind::valueNotFound)) << key;
+    members.erase(key);
+    EXPECT_EQ(failureOf(members), optional.contains(key) ? std::nullopt : std::optional(Kind::keyNotFound)) << key;
+    members[key] = 1;
+    EXPECT_EQ(failureOf(members), Kind::typeMismatch) << key;
   }
   JSONObject unknownKind = full;
   unknownKind["documentType"] = "X";
-  EXPECT_THROW((void)documentFrom<Passport>(textOf(JSONEncoder().encode(foundation::JSONValue(unknownKind)))),
-               DecodingError);
+  EXPECT_EQ(failureOf(unknownKind), Kind::dataCorrupted);
 }
 
 TEST_F(Document, ChildrenComeBackAsBaseRecords) {
@@ -105,10 +100,7 @@ TEST_F(Document, ChildrenComeBackAsBaseRecords) {
   EXPECT_EQ(dynamic_cast<Passport*>(again->children().front().get()), nullptr);
   EXPECT_EQ(jsonOf(*again->children().front()), placeholderJSON);
 
-  const auto json = parent->json();
-  const auto* children = json->at("children").getIf<JSONArray>();
-  ASSERT_TRUE(children);
-  EXPECT_EQ(children->front().getIf<JSONObject>()->size(), 9U);
+  EXPECT_EQ(parent->json()->at("children"), (JSONArray{*toJSON(placeholderJSON)}));
 }
 
 TEST_F(Document, ACycleOrMalformedTextGivesNoJSON) {
@@ -222,12 +214,7 @@ TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
   foundation::writePrivately(folder / "picture", *UIImagePNGRepresentation(greyPicture(30)));
   foundation::writePrivately(folder / "text", dataOf("no image"));
   const auto document = make<CredentialDocument>();
-  const struct {
-    std::optional<std::string> name;
-    bool found;
-    Messages messages;
-    Messages signatureMessages;
-  } rows[] = {
+  const std::tuple<std::optional<std::string>, bool, Messages, Messages> rows[] = {
       {std::nullopt, false, {"error: portraitFilename == nil"}, {"warning: no signatureFilename"}},
       {(folder / "picture").string(), true, {}, {}},
       {(folder / "text").string(), false, {}, {}},
@@ -235,13 +222,13 @@ TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
       {"", false, {"error: Could not get data"}, {"error: Could not get data"}},
       {folder.path().string(), false, {"error: Could not get data"}, {"error: Could not get data"}},
   };
-  for (const auto& row : rows) {
-    document->setPortraitFilename(row.name);
-    document->setSignatureFilename(row.name);
-    EXPECT_EQ(document->image().has_value(), row.found) << row.name.value_or("nil");
-    EXPECT_EQ(logged_.take(), row.messages);
-    EXPECT_EQ(document->signature().has_value(), row.found) << row.name.value_or("nil");
-    EXPECT_EQ(logged_.take(), row.signatureMessages);
+  for (const auto& [name, found, messages, signatureMessages] : rows) {
+    document->setPortraitFilename(name);
+    document->setSignatureFilename(name);
+    EXPECT_EQ(document->image().has_value(), found) << name.value_or("nil");
+    EXPECT_EQ(logged_.take(), messages);
+    EXPECT_EQ(document->signature().has_value(), found) << name.value_or("nil");
+    EXPECT_EQ(logged_.take(), signatureMessages);
   }
 }
 

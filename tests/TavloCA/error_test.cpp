@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace tavlo {
 namespace {
 
+using foundation::Data;
 using foundation::dataOf;
 using foundation::JSONObject;
 
@@ -42,23 +44,20 @@ TEST(TextHelpers, AppendStringMendsWhatIsNoUTF8) {
 }
 
 TEST(DocumentType, CodesTitlesAndJSONBelongTogether) {
-  const struct {
-    DocumentType type;
-    std::string code;
-    std::string title;
-  } rows[] = {{DocumentType::P, "P", "Passport"},
-              {DocumentType::A, "A", "Residence Card"},
-              {DocumentType::I, "I", "National Identity Card"},
-              {DocumentType::H, "H", "Corona Certificate"}};
+  const std::tuple<DocumentType, std::string, std::string> rows[] = {{DocumentType::P, "P", "Passport"},
+                                                                     {DocumentType::A, "A", "Residence Card"},
+                                                                     {DocumentType::I, "I", "National Identity Card"},
+                                                                     {DocumentType::H, "H", "Corona Certificate"}};
   int index = 0;
-  for (const auto& row : rows) {
-    EXPECT_EQ(static_cast<int>(row.type), index++);
-    EXPECT_EQ(rawValue(row.type), row.code);
-    EXPECT_EQ(title(row.type), row.title);
-    EXPECT_EQ(documentTypeFrom(row.code), row.type);
-    EXPECT_EQ(std::hash<DocumentType>{}(row.type), std::hash<std::string>{}(row.code));
-    EXPECT_EQ(foundation::textOf(foundation::JSONEncoder().encode(row.type)), "\"" + row.code + "\"");
-    EXPECT_EQ(foundation::JSONDecoder().decode<DocumentType>(dataOf("\"" + row.code + "\"")), row.type);
+  for (const auto& [type, code, shown] : rows) {
+    EXPECT_EQ(static_cast<int>(type), index++);
+    EXPECT_EQ(rawValue(type), code);
+    EXPECT_EQ(title(type), shown);
+    EXPECT_EQ(documentTypeFrom(code), type);
+    EXPECT_EQ(std::hash<DocumentType>{}(type), std::hash<std::string>{}(code));
+    const Data json = foundation::JSONEncoder().encode(type);
+    EXPECT_EQ(foundation::textOf(json), "\"" + code + "\"");
+    EXPECT_EQ(foundation::JSONDecoder().decode<DocumentType>(json), type);
   }
   for (const char* other : {"p", "X", "PA", "P ", " P", ""}) EXPECT_EQ(documentTypeFrom(other), std::nullopt) << other;
 }
