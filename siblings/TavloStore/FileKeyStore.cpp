@@ -1,5 +1,7 @@
-#include <Security/SHA256.hpp>
 #include <TavloStore/FileKeyStore.hpp>
+
+#include <Foundation/Hex.hpp>
+#include <Security/SHA256.hpp>
 
 #include <string>
 #include <system_error>
@@ -21,12 +23,7 @@ constexpr std::string_view remedy =
 }  // namespace
 
 std::filesystem::path FileKeyStore::file(std::string_view keyAlias) const {
-  static constexpr std::string_view digits = "0123456789abcdef";
-  std::string name;
-  for (const std::uint8_t byte : security::sha256(foundation::dataOf(keyAlias))) {
-    name += {digits[byte >> 4U], digits[byte & 15U]};
-  }
-  return folder_ / (name + ".p8");
+  return folder_ / (foundation::toHexString(security::sha256(foundation::dataOf(keyAlias))) + ".p8");
 }
 
 /// The pair in `file`; absent when there is no such file.

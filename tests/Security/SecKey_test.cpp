@@ -1,3 +1,4 @@
+#include <Foundation/Hex.hpp>
 #include <Security/SHA256.hpp>
 #include <Security/SecKey.hpp>
 
@@ -7,7 +8,7 @@
 
 #include <algorithm>
 #include <functional>
-#include <string>
+#include <string_view>
 
 namespace tavlo::security {
 namespace {
@@ -15,11 +16,7 @@ namespace {
 using foundation::Data;
 
 Data bytesOf(std::string_view hex) {
-  Data bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    bytes.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-  }
-  return bytes;
+  return foundation::dataFromHex(hex).value();
 }
 
 Data copyOf(foundation::DataView bytes) {
