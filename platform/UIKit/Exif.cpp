@@ -1,6 +1,5 @@
 #include <UIKit/ImageCodecs.hpp>
 
-#include <algorithm>
 #include <utility>
 
 namespace tavlo::uikit {
@@ -44,11 +43,12 @@ Raster upright(Raster picture, int orientation) {
                             : makeRaster(picture.width, picture.height, picture.channels);
   std::uint8_t* to = turned.pixels.data();
   for (std::size_t y = 0; y < turned.height; ++y) {
-    for (std::size_t x = 0; x < turned.width; ++x, to += turned.channels) {
+    for (std::size_t x = 0; x < turned.width; ++x) {
       const auto [column, line] = swapSides ? std::pair(y, x) : std::pair(x, y);
       const std::size_t fromX = fromRight ? picture.width - 1 - column : column;
       const std::size_t fromY = fromBottom ? picture.height - 1 - line : line;
-      std::copy_n(picture.row(fromY) + fromX * picture.channels, picture.channels, to);
+      const std::uint8_t* const from = picture.row(fromY) + fromX * picture.channels;
+      for (std::size_t channel = 0; channel < picture.channels; ++channel) *to++ = from[channel];
     }
   }
   return turned;

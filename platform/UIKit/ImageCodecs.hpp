@@ -33,7 +33,7 @@ void checkSides(std::uint64_t width, std::uint64_t height);
 [[nodiscard]] Raster decodeJPEG2000(foundation::DataView bytes, ImageFormat format);
 
 /// Reads the headers of a JPEG 2000 picture (ISO/IEC 15444-1, Annexes A and I) and throws ImageError when decoding it
-/// could ask for more than a few hundred MB, which a few bytes of tiny tiles, precincts or code-blocks are enough for.
+/// could ask for more than some 300 MB, which a few bytes of tiny tiles, precincts or code-blocks are enough for.
 void checkJPEG2000Headers(foundation::DataView bytes, ImageFormat format);
 
 /// How a camera was held: the Orientation (1 to 8) of an Exif APP1 segment's contents; 1, upright, when it has none.

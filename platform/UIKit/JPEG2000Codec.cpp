@@ -86,7 +86,7 @@ Image decode(DataView bytes, ImageFormat format) {
                     opj_read_header(stream.get(), codec.get(), &image) != OPJ_FALSE;
   Image owned(image);
   if (!read || opj_decode(codec.get(), stream.get(), image) == OPJ_FALSE) {
-    throw ImageError(std::string("JPEG 2000: ") + message.data());
+    throw ImageError(std::string("JPEG 2000: ") + (message[0] != '\0' ? message.data() : "damaged"));
   }
   return owned;
 }

@@ -9,18 +9,18 @@ using foundation::DataView;
 
 namespace {
 
-/// What a decoder's memory grows with. A full-page portrait scan is far below each of these.
+/// What a decoder's memory grows with. The portraits of documents are far below each of these.
 constexpr std::uint64_t maximumSamples = 16'000'000;  ///< all components together; each costs some 8 bytes
 constexpr std::uint64_t maximumTiles = 4'096;         ///< each costs some 10 KB
 constexpr std::uint64_t maximumPackets = 4'194'304;   ///< code-blocks times layers
 constexpr std::uint64_t leastLayers = 16;             ///< counted for each code-block, which costs 1 KB in any case
-constexpr std::uint64_t maximumChannels = 4;
+constexpr std::uint64_t maximumChannels = 4;          ///< of the code stream and of a palette
 
 [[noreturn]] void refuse(const std::string& reason) {
   throw ImageError("JPEG 2000: " + reason);
 }
 
-/// Takes big-endian numbers and runs of bytes from the front of `rest`.
+/// Takes big-endian numbers and runs of bytes from the front.
 class Cursor {
  public:
   explicit Cursor(DataView bytes) : rest_(bytes) {}
@@ -62,7 +62,8 @@ enum Marker : std::uint16_t {
   eoc = 0xFFD9,  // end of the code stream
 };
 
-/// Other marker segments that a decoder knows. One that is skipped here must not be searched for markers there.
+/// The marker segments TLM, PLM, PLT, QCD, QCC, RGN, POC, PPM, PPT, CRG and COM, which every decoder knows. One that it
+/// does not know it may search for markers, so that what is skipped here would count there.
 constexpr std::uint16_t passedOver[] = {0xFF55, 0xFF57, 0xFF58, 0xFF5C, 0xFF5D, 0xFF5E,
                                         0xFF5F, 0xFF60, 0xFF61, 0xFF63, 0xFF64};
 

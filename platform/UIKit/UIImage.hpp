@@ -28,7 +28,8 @@ enum class ImageFormat { png, jpeg, jp2, j2k };
 /// The format that the first bytes announce, absent when it is none of ours. Nothing else is looked at.
 [[nodiscard]] std::optional<ImageFormat> imageFormat(foundation::DataView bytes);
 
-/// Limits on a picture, checked on its header before any pixel memory is asked for.
+/// Limits on a picture, checked on its header before any pixel memory is asked for; decoding then takes up to 12 bytes
+/// a pixel. JPEG 2000 is for portraits here, and limited to 16 million samples, all components together.
 inline constexpr std::size_t maximumImageSide = 32'767;        ///< pixels
 inline constexpr std::size_t maximumImagePixels = 64'000'000;  ///< width times height
 
@@ -43,11 +44,12 @@ class UIImage {
   /// No picture: width and height 0, and no PNG form.
   UIImage() = default;
 
-  /// Decodes PNG, JPEG, JPEG 2000 as JP2 or as a raw code stream. Grey stays grey; palettes, 16-bit samples and CMYK
-  /// become 8-bit RGB, and a camera's EXIF orientation is applied. Throws ImageError with the reason.
+  /// Decodes PNG, JPEG, and JPEG 2000 as JP2 or as a raw code stream. Grey without alpha stays grey; palettes, YCC and
+  /// CMYK become RGB, and all samples 8 bits. A camera's Exif orientation is applied; gamma and colour profiles are not.
+  /// Throws ImageError with the reason, also when the picture is damaged or cut short, or std::bad_alloc.
   [[nodiscard]] static UIImage decode(foundation::DataView bytes);
 
-  /// As `decode`, absent instead of an error.
+  /// As `decode`; absent instead of an error, also when there is no memory for it.
   [[nodiscard]] static std::optional<UIImage> fromData(foundation::DataView bytes);
 
   /// Copies a camera frame: `height` rows of `width` pixels, each row beginning `stride` bytes after the one before.

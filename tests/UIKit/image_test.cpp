@@ -120,6 +120,9 @@ TEST(ImageTest, refusesWhatIsCutShortOrDamaged) {
       EXPECT_TRUE(!refusal(damaged).empty() || !checksums) << bit;
     }
   }
+  const Data tiles = picture("rgb-16-bits-tiled.j2k");
+  const DataView allButLast = DataView(tiles).first(textOf(tiles).rfind("\xFF\x90"));
+  EXPECT_NE(refusal(joined({allButLast, Data{0xFF, 0xD9}})), "");
   EXPECT_EQ(refusal(dataOf("GIF89a")), "The bytes are neither PNG nor JPEG nor JPEG 2000");
 }
 
