@@ -45,8 +45,8 @@ class UIImage {
   UIImage() = default;
 
   /// Decodes PNG, JPEG, and JPEG 2000 as JP2 or as a raw code stream. Grey without alpha stays grey; palettes, YCC and
-  /// CMYK become RGB, and all samples 8 bits. A camera's Exif orientation is applied; gamma and colour profiles are not.
-  /// Throws ImageError with the reason, also when the picture is damaged or cut short, or std::bad_alloc.
+  /// CMYK become RGB, and all samples 8 bits. A camera's Exif orientation is applied; gamma and colour profiles are
+  /// not. Throws ImageError with the reason, also when the picture is damaged or cut short, or std::bad_alloc.
   [[nodiscard]] static UIImage decode(foundation::DataView bytes);
 
   /// As `decode`; absent instead of an error, also when there is no memory for it.
