@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Failure.hpp"
+#include "Output.hpp"
 
 namespace tavlo::app {
 
@@ -54,8 +55,11 @@ reader::NFCPassportModel loadDocument(const std::string& folder) {
   auto document = reading(folder, [&] { return reader::readDocument(std::filesystem::path(folder)); });
   for (const auto& finding : document.findings) {
     if (finding.kind != reader::FileFinding::Kind::malformed) continue;
-    throw Failure(ExitCode::input, folder + ": " + finding.name + " is malformed: " + finding.text +
-                                       ". Read that group again, or take the file away to go without it");
+    const std::string problem = folder + ": " + finding.name + " is malformed: " + finding.text;
+    if (finding.group == reader::DataGroupId::DG1) {
+      throw Failure(ExitCode::input, problem + ". Without the document number that it holds nothing can be sent");
+    }
+    tell("tavlo: " + problem + ". It is left out");
   }
   return std::move(document.model);
 }

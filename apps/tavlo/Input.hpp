@@ -14,7 +14,8 @@ namespace tavlo::app {
 /// The document in one folder, or in files that together are one document; with what is unsound in it.
 [[nodiscard]] reader::DocumentReading readDocument(const std::vector<std::string>& paths);
 
-/// The document in `folder`. Refuses one with a malformed group: it would go out without that group.
+/// The document in `folder`. A malformed group is told on standard error and left out; with a malformed DG1 there is no
+/// document.
 [[nodiscard]] reader::NFCPassportModel loadDocument(const std::string& folder);
 
 /// The picture in `file`.

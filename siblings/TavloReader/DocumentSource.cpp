@@ -163,7 +163,8 @@ DocumentReading readDocument(const std::filesystem::path& folder) {
     }
   }
   DocumentReading reading = builder.finish();
-  if (reading.model.dataGroupsRead().empty()) {
+  const auto isLeftAside = [](const FileFinding& finding) { return finding.kind == FileFinding::Kind::leftAside; };
+  if (std::ranges::all_of(reading.findings, isLeftAside)) {
     throw ReaderError("There is no data group in the folder " + foundation::makeValidUTF8(folder.string()));
   }
   return reading;

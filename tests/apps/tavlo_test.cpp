@@ -42,6 +42,8 @@ class Tavlo : public testing::Test {
     write("nameless/DG14.bin", opaqueGroup(0x6E));
     write("cut/DG14.bin", opaqueGroup(0x6E));
     write("cut/DG1.bin", DataView(dataGroup1()).first(40));
+    write("some/DG1.bin", dataGroup1());
+    write("some/DG7.bin", DataView(opaqueGroup(0x67)).first(3));
     write("notes.txt", foundation::dataOf("notes"));
   }
 
@@ -96,6 +98,7 @@ TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
       {{"inspect", "@cut"}, 3, "Malformed\n", "Malformed files: 1"},
       {{"inspect", "@nameless", "--portrait", "@p.png"}, 3, "DG14", "no portrait"},
       {{"request", "--passport", "@cut", "--selfie", selfie}, 3, "", "DG1.bin is malformed: DG1"},
+      {{"request", "--passport", "@some", "--selfie", selfie}, 0, "\"doc\":{\"DG1\":", "DG7.bin is malformed: DG7"},
       {{"request", "--passport", "@passport", "--selfie", "@notes.txt"}, 3, "", "notes.txt: "},
       {{"request", "--passport", "@passport", "--selfie", selfie, "--out", "@no/folder"}, 4, "", "cannot create"},
       {{"request", "--passport", "@nameless", "--selfie", selfie}, 5, "", "none without DG1"},
