@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <numeric>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/Documents.hpp"
@@ -57,8 +58,9 @@ class Tavlo : public testing::Test {
     for (std::string& argument : command) {
       if (argument.starts_with('@')) argument = folder_ / argument.substr(1);
     }
-    Program program(command, environment_);
-    const int status = program.wait();
+    command.insert(command.begin(), environment_.begin(), environment_.end());
+    Program program;
+    const int status = program.run(command);
     out_ = program.out();
     err_ = program.err();
     return status;
@@ -81,12 +83,7 @@ class Tavlo : public testing::Test {
 };
 
 TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
-  const struct {
-    Arguments arguments;
-    int status;
-    std::string out;
-    std::string err;
-  } rows[] = {
+  const std::tuple<Arguments, int, std::string, std::string> rows[] = {
       {{"--version"}, 0, "tavlo ", ""},
       {{"verify", "--help"}, 0, "--show-lines", ""},
       {{"post", "--help"}, 0, "  12  no secure connection", ""},
@@ -163,9 +160,8 @@ TEST_F(Tavlo, writesTheRequestWithoutSendingIt) {
   EXPECT_EQ(foundation::textOf(foundation::contentsOf(folder_ / "body.json")), body) << "the key pair is the same";
   EXPECT_EQ(modeOf(folder_ / "body.json"), 0600U);
 
-  const std::string keyFile =
-      "home/tavlo/keys/c83487da061cfee2f663c53a7bd6ca7c9210619fa531d9f0aab3cfd324403d7e.p8";  // printf %s TV0000042 |
-                                                                                              // sha256sum
+  // Named after the hash of the document number.
+  const std::string keyFile = "home/tavlo/keys/c83487da061cfee2f663c53a7bd6ca7c9210619fa531d9f0aab3cfd324403d7e.p8";
   ASSERT_TRUE(std::filesystem::exists(folder_ / keyFile));
   write(keyFile, foundation::dataOf("damaged"));
   EXPECT_EQ(tavlo(request), 5);
@@ -183,31 +179,26 @@ TEST_F(Tavlo, postsTheBytesOfAFile) {
 
   const std::string content("\0\xFF{\r\n", 5);
   const std::string answer = "HTTP/1.1 500 Broken\r\nContent-Length: 5\r\n\r\n" + content;
-  const struct {
-    std::string answer;
-    SSL_CTX* tls;
-    Arguments options;
-    int status;
-    std::string err;
-  } rows[] = {
+  const std::tuple<std::string, SSL_CTX*, Arguments, int, std::string> rows[] = {
       {answer, nullptr, {}, 0, ""},
       {answer, tls.get(), {"--trust", "@ca.pem"}, 0, ""},
       {answer, tls.get(), {}, 12, "name it with --trust"},
       {"", nullptr, {}, 13, "(-1005)"},
       {"no HTTP\r\n\r\n", nullptr, {}, 13, "(-1017)"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.err + row.answer);
-    const auto handler = [&row](RawServer::Connection& connection) {
-      if (connection.read()) connection.send(row.answer);
-    };
-    RawServer server(handler, row.tls);
+  for (const auto& [sent, context, options, status, err] : rows) {
+    SCOPED_TRACE(err + sent);
+    RawServer server(
+        [&text = sent](RawServer::Connection& connection) {
+          if (connection.read()) connection.send(text);
+        },
+        context);
     Arguments arguments = {"post", "--body", "@body", "--url", server.url()};
-    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
-    EXPECT_EQ(tavlo(arguments), row.status);
-    EXPECT_EQ(out_, row.status == 0 ? content : "");
-    expectPart(err_, row.err);
-    EXPECT_EQ(server.requests().size(), row.status == 12 ? 0U : 1U);
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    EXPECT_EQ(tavlo(arguments), status);
+    EXPECT_EQ(out_, status == 0 ? content : "");
+    expectPart(err_, err);
+    EXPECT_EQ(server.requests().size(), status == 12 ? 0U : 1U);
     for (const auto& request : server.requests()) EXPECT_EQ(request.body, foundation::textOf(body));
   }
 }
@@ -235,7 +226,8 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   expectPart(err_, "Could not connect to the server.\n");
   ::close(port);
 
-  Program sandbox({SANDBOX_PROGRAM, "--csca", samples + "/trust", "--state", folder_ / "sandbox"});
+  Program sandbox;
+  sandbox.start({SANDBOX_PROGRAM, "--csca", samples + "/trust", "--state", folder_ / "sandbox"});
   ASSERT_TRUE(sandbox.waitForOut("Ctrl-C")) << sandbox.err();
   EXPECT_EQ(tavlo({"verify", "--passport", samples + "/td3-jpeg", "--selfie", selfie, "--trust", "@sandbox/ca.pem"}),
             0);
