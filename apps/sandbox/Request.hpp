@@ -26,7 +26,7 @@ struct Request {
 
   /// Reads a body and leaves nothing unchecked: unknown members, other types, null, other alphabets and values over
   /// their limits are refused, although a service might well accept them. Throws RefusedBody.
-  [[nodiscard]] static Request decode(foundation::DataView body);
+  [[nodiscard]] static Request decode(foundation::DataView bytes);
 };
 
 }  // namespace tavlo::sandbox
