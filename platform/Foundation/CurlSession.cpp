@@ -58,10 +58,13 @@ void CurlSession::stop() {
 }
 
 void CurlSession::run() {
+  std::unique_lock lock(running_);
   while (takeNewOnes()) {
     // Before the wait, so that it never sleeps on free places: libcurl wakes at once for what has been admitted.
     admit();
+    lock.unlock();
     wait();
+    lock.lock();
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
     concludeFinished();

@@ -37,6 +37,11 @@ class CurlSession final : public URLSession {
   /// Ends the network thread and leaves its requests as they are; every later one is cancelled at once.
   void stop();
 
+  /// Between these two calls the network thread does nothing: a process that forks meanwhile leaves no lock of libcurl
+  /// or OpenSSL taken for ever in its child.
+  void pause() { running_.lock(); }
+  void resume() { running_.unlock(); }
+
  private:
   struct Cleanup {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
@@ -58,6 +63,9 @@ class CurlSession final : public URLSession {
   std::mutex mutex_;
   Transfers new_;
   bool stopping_ = false;
+
+  // Held by the network thread unless it waits.
+  std::mutex running_;
 
   // Of the network thread only.
   Transfers waiting_;

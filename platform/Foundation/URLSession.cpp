@@ -35,12 +35,23 @@ class ProcessSession final : public URLSession {
     std::atexit([] {
       if (CurlSession* session = current_.load()) session->stop();
     });
-    // The threads of the parent's session do not exist in a child, and its sockets are the parent's.
-    pthread_atfork(nullptr, nullptr, [] { current_.store(nullptr); });
+    pthread_atfork(
+        [] {
+          CurlSession* const session = current_.load();
+          if (session != nullptr) session->pause();
+          paused_ = session;
+        },
+        [] {
+          if (CurlSession* const session = std::exchange(paused_, nullptr)) session->resume();
+        },
+        // The threads of the parent's session do not exist in a child, and its sockets are the parent's.
+        [] { current_.store(paused_ = nullptr); });
     return true;
   }
 
   static inline std::atomic<CurlSession*> current_ = nullptr;
+  // Of the thread that forks; `pause` lets one at a time.
+  static inline CurlSession* paused_ = nullptr;
 };
 
 constinit SharedService<URLSession> sharedSession([]() -> std::shared_ptr<URLSession> {
