@@ -4,6 +4,7 @@
 #include <Foundation/Data.hpp>
 #include <Foundation/FatalError.hpp>
 #include <Foundation/JSONEncoder.hpp>
+#include <Foundation/URL.hpp>
 #include <TavloCA/Resources.internal.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 #include <TavloReader/Log.hpp>
@@ -39,7 +40,7 @@ std::optional<UIImage> storedImage(const std::optional<std::string>& name, LogMi
   if (auto image = common::fromURL(*name)) return image;
   std::optional<Data> bytes;
   try {
-    bytes = foundation::contentsOf(*name);
+    bytes = foundation::contentsOf(foundation::URL::fileURLWithPath(*name).path());
   } catch (const std::exception&) {
     Log::error("Could not get data");
     return std::nullopt;

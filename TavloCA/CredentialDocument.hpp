@@ -37,6 +37,24 @@ template <class T, class... Arguments>
   return document;
 }
 
+/// One field of a document with three overridable accessors: `name()` reads it, `setName(value)` writes it, and
+/// `modifyName(change)` changes it in place, by default by reading it through the getter, calling `change`, and writing
+/// it through the setter.
+// clang-format off
+#define TAVLO_FIELD(Type, name, Name)                                   \
+ public:                                                                \
+  [[nodiscard]] virtual Type name() const { return name##_; }           \
+  virtual void set##Name(Type value) { name##_ = std::move(value); }    \
+  virtual void modify##Name(const std::function<void(Type&)>& change) { \
+    Type value = name();                                                \
+    change(value);                                                      \
+    set##Name(std::move(value));                                        \
+  }                                                                     \
+                                                                        \
+ private:                                                               \
+  Type name##_ {}
+// clang-format on
+
 /// The record of one identity document that an app keeps and shows. A plain mutable object, shared by reference and
 /// compared by identity; not to be used by several threads at once.
 ///
@@ -48,35 +66,17 @@ class CredentialDocument : public foundation::NSObject {
 
   explicit CredentialDocument(MakeKey /*key*/) {}
 
-// One field: where it is kept, and how it is read, written and changed in place.
-#define TAVLO_FIELD(Type, name, Name)                                   \
- public:                                                                \
-  [[nodiscard]] virtual Type name() const {                             \
-    return name##_;                                                     \
-  }                                                                     \
-  virtual void set##Name(Type value) {                                  \
-    name##_ = std::move(value);                                         \
-  }                                                                     \
-  virtual void modify##Name(const std::function<void(Type&)>& change) { \
-    Type value = name();                                                \
-    change(value);                                                      \
-    set##Name(std::move(value));                                        \
-  }                                                                     \
-                                                                        \
- private:                                                               \
-  Type name##_ {}
-
-  TAVLO_FIELD(std::optional<DocumentType>, documentType, DocumentType);
-  TAVLO_FIELD(std::string, documentNumber, DocumentNumber);
-  TAVLO_FIELD(std::string, nationality, Nationality);
-  TAVLO_FIELD(std::string, lastName, LastName);
-  TAVLO_FIELD(std::string, firstName, FirstName);
-  TAVLO_FIELD(std::string, dateOfBirth, DateOfBirth);                ///< as received; YYMMDD from a passport
-  TAVLO_FIELD(std::string, gender, Gender);                          ///< as received; "M", "F" or empty from a passport
-  TAVLO_FIELD(std::string, documentExpiryDate, DocumentExpiryDate);  ///< as received; YYMMDD from a passport
+  TAVLO_FIELD(std::optional<DocumentType>, documentType, DocumentType);  ///< the kind; absent when unknown
+  TAVLO_FIELD(std::string, documentNumber, DocumentNumber);              ///< as received; names the key pair
+  TAVLO_FIELD(std::string, nationality, Nationality);                    ///< as received
+  TAVLO_FIELD(std::string, lastName, LastName);                          ///< as received
+  TAVLO_FIELD(std::string, firstName, FirstName);                        ///< as received
+  TAVLO_FIELD(std::string, dateOfBirth, DateOfBirth);                    ///< as received; YYMMDD from a passport
+  TAVLO_FIELD(std::string, gender, Gender);                              ///< as received; "M", "F" or empty from one
+  TAVLO_FIELD(std::string, documentExpiryDate, DocumentExpiryDate);      ///< as received; YYMMDD from a passport
   TAVLO_FIELD(std::optional<std::string>, portraitFilename, PortraitFilename);    ///< name that `persist` gave
   TAVLO_FIELD(std::optional<std::string>, signatureFilename, SignatureFilename);  ///< name that `persist` gave
-  TAVLO_FIELD(std::optional<std::string>, certificateSigningRequest, CertificateSigningRequest);
+  TAVLO_FIELD(std::optional<std::string>, certificateSigningRequest, CertificateSigningRequest);  ///< the app's own
   /// Documents that rest on this one. Never put a document among its own descendants: coding stops such a cycle with an
   /// error, but `description` does not end.
   TAVLO_FIELD(Children, children, Children);
@@ -88,21 +88,11 @@ class CredentialDocument : public foundation::NSObject {
   virtual void init(const reader::NFCPassportModel& model);
 
   // Constants of the record: none looks at a field, and none is the result of a check.
-  [[nodiscard]] virtual bool isExpired() const {
-    return false;
-  }
-  [[nodiscard]] virtual bool isBlocked() const {
-    return false;
-  }
-  [[nodiscard]] virtual bool isSigned() const {
-    return true;
-  }
-  [[nodiscard]] virtual bool isLocked() const {
-    return true;
-  }
-  [[nodiscard]] virtual bool isValid() const {
-    return true;
-  }
+  [[nodiscard]] virtual bool isExpired() const { return false; }  ///< always false
+  [[nodiscard]] virtual bool isBlocked() const { return false; }  ///< always false
+  [[nodiscard]] virtual bool isSigned() const { return true; }    ///< always true
+  [[nodiscard]] virtual bool isLocked() const { return true; }    ///< always true
+  [[nodiscard]] virtual bool isValid() const { return true; }     ///< always true
 
   /// The portrait: the image kept under `portraitFilename`, else what the file of exactly that path holds. Absent, with
   /// a line in the reader's log, when there is no name or no file; absent without one when the file is no image.
@@ -133,6 +123,8 @@ class CredentialDocument : public foundation::NSObject {
  private:
   static constexpr auto members();
 };
+
+#undef TAVLO_FIELD
 
 /// An electronic passport that was read. Adds nothing to the record: it lets an app name a passport in its types. The
 /// kind is whatever the chip says.

@@ -95,9 +95,13 @@ void TavloCA::verify(const reader::NFCPassportModel& model, const Passport& pass
   }
   // Called outside the handler: what a completion throws must not lead to a second call.
   if (keyError) return completion(std::nullopt, keyError);
-  if (!keyPair) return fail(completion, "Could not create keypair");
+  if (!keyPair || !keyPair->publicKey) return fail(completion, "Could not create keypair");
 
-  auto body = verificationObject(datagroups, selfie, *keyPair->publicKey);
+  std::optional<Data> body;
+  try {
+    body = verificationObject(datagroups, selfie, *keyPair->publicKey);
+  } catch (...) {  // no memory, or something of the host app's that throws
+  }
   if (!body) return fail(completion, "Could not create verification object");
   post(*std::move(body), verificationURL, std::move(completion));
 }
@@ -109,7 +113,7 @@ std::optional<Data> TavloCA::verificationObject(const DataGroups& datagroups, co
   for (const auto& group : datagroups) addDataGroup(verification.doc, *group);
   try {
     verification.signing.mdlPublicKey = foundation::toHexString(publicKey.data());
-  } catch (const std::exception&) {  // a key that is not given out is left out
+  } catch (...) {  // a key that is not given out is left out
   }
   if (const auto png = uikit::UIImagePNGRepresentation(selfie)) {
     verification.biometry.selfie = common::base64UrlEncodedString(*png, common::Base64Options::none);
@@ -118,7 +122,7 @@ std::optional<Data> TavloCA::verificationObject(const DataGroups& datagroups, co
   Data body;
   try {
     body = foundation::JSONEncoder().encode(verification);
-  } catch (const std::exception&) {
+  } catch (...) {
     foundation::print("Could not encode jsonData");
     return std::nullopt;
   }
@@ -135,14 +139,19 @@ void TavloCA::post(Data data, std::string_view urlString, Completion completion)
                                  .timeoutInterval = std::chrono::seconds(60),
                                  .httpMethod = "POST",
                                  .httpBody = std::move(data)};
-  auto task = foundation::URLSession::shared()->dataTask(
-      std::move(request), [completion = std::move(completion)](std::optional<Data> body, const auto& /*response*/,
-                                                               const std::exception_ptr& error) {
-        if (body && !error) return completion(std::move(body), nullptr);
-        foundation::print(error ? foundation::localizedDescription(error) : "No data");
-        completion(std::nullopt, error);
-      });
-  task.resume();
+  const auto finish = [completion](std::optional<Data> body, const auto& /*response*/,
+                                   const std::exception_ptr& error) {
+    if (body && !error) return completion(std::move(body), nullptr);
+    foundation::print(error ? foundation::localizedDescription(error) : "No data");
+    completion(std::nullopt, error);
+  };
+  std::exception_ptr startError;
+  try {
+    foundation::URLSession::shared()->dataTask(std::move(request), finish).resume();
+  } catch (...) {  // no thread or no memory to start with
+    startError = std::current_exception();
+  }
+  if (startError) finish(std::nullopt, nullptr, startError);
 }
 
 }  // namespace tavlo

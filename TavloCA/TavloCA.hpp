@@ -56,7 +56,7 @@ class TavloCA {
   /// Posts `data` to `urlString` over HTTP or HTTPS and hands over the answer's body, whatever its status.
   ///
   /// No header is set beyond what HTTP itself asks for, nothing is sent twice, and 60 seconds without any movement end
-  /// the exchange. A text that is no absolute URL by RFC 3986 gives CAError "Empty URL" at once; any other failure is
+  /// the exchange. A text that is no URI reference by RFC 3986 gives CAError "Empty URL" at once; any other failure is
   /// the network layer's own error, a foundation::URLError unless the host app brought its own session.
   static void post(foundation::Data data, std::string_view urlString, Completion completion);
 };

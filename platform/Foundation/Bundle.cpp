@@ -20,14 +20,11 @@ std::shared_ptr<Bundle> folderBesideProgram() {
 
 constinit SharedService<Bundle> mainBundle(folderBesideProgram);
 
-/// The libraries' bundles, by library; never destroyed, as a late exit handler may still ask.
-struct LibraryBundles {
-  std::mutex mutex;
-  std::map<std::string, std::shared_ptr<Bundle>, std::less<>> byLibrary;
-};
+using BundlesByLibrary = std::map<std::string, std::shared_ptr<Bundle>, std::less<>>;
 
-LibraryBundles& libraryBundles() {
-  static auto* const bundles = new LibraryBundles;
+/// Under the services' lock; never destroyed, as a late exit handler may still ask.
+BundlesByLibrary& libraryBundles() {
+  static auto* const bundles = new BundlesByLibrary;
   return *bundles;
 }
 
@@ -42,17 +39,15 @@ std::shared_ptr<Bundle> Bundle::installMain(std::shared_ptr<Bundle> bundle) {
 }
 
 std::shared_ptr<Bundle> Bundle::ofLibrary(std::string_view library, std::shared_ptr<Bundle> (*makeDefault)()) {
-  LibraryBundles& bundles = libraryBundles();
-  const std::lock_guard lock(bundles.mutex);
-  auto& slot = bundles.byLibrary[std::string(library)];
+  const std::lock_guard lock(servicesMutex());
+  auto& slot = libraryBundles()[std::string(library)];
   if (!slot) slot = makeDefault();
   return slot;
 }
 
 std::shared_ptr<Bundle> Bundle::installOfLibrary(std::string_view library, std::shared_ptr<Bundle> bundle) {
-  LibraryBundles& bundles = libraryBundles();
-  const std::lock_guard lock(bundles.mutex);
-  return std::exchange(bundles.byLibrary[std::string(library)], std::move(bundle));
+  const std::lock_guard lock(servicesMutex());
+  return std::exchange(libraryBundles()[std::string(library)], std::move(bundle));
 }
 
 std::optional<Data> CompiledBundle::resource(std::string_view name) const {

@@ -197,7 +197,6 @@ class UnkeyedDecodingContainer {
 class SingleValueDecodingContainer {
  public:
   virtual ~SingleValueDecodingContainer() = default;
-  [[nodiscard]] virtual bool decodeNil() = 0;
   [[nodiscard]] virtual bool decodeBool() = 0;
   [[nodiscard]] virtual std::int64_t decodeInteger() = 0;
   [[nodiscard]] virtual std::uint64_t decodeUnsigned() = 0;

@@ -127,7 +127,13 @@ bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists 
   if (ifExists == IfExists::replace) {
     if (::rename(temporary.c_str(), path.c_str()) != 0) throwSystemError(errno, "cannot write " + path.string());
     file.keep();
-  } else if (::link(temporary.c_str(), path.c_str()) != 0) {  // unlike rename, link never replaces
+  } else if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+    file.keep();
+  } else if (errno == EEXIST) {
+    return false;
+  } else if (errno != EINVAL && errno != ENOSYS) {
+    throwSystemError(errno, "cannot write " + path.string());
+  } else if (::link(temporary.c_str(), path.c_str()) != 0) {  // some file systems have only this
     if (errno == EEXIST) return false;
     throwSystemError(errno, "cannot write " + path.string());
   }
@@ -143,7 +149,14 @@ void createPrivateFolder(const std::filesystem::path& folder) {
     const int reason = errno;  // some systems answer EROFS or EACCES for a folder that exists
     if (!std::filesystem::is_directory(made)) throwSystemError(reason, "cannot make the folder " + made.string());
   }
-  if (!std::filesystem::is_directory(folder)) throwSystemError(ENOTDIR, "no folder: " + folder.string());
+  struct stat status {};
+  if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    throwSystemError(ENOTDIR, "no folder: " + folder.string());
+  }
+  const bool isOpenToOthers = (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+  if (isOpenToOthers && status.st_uid == ::geteuid() && ::chmod(folder.c_str(), S_IRWXU) != 0) {
+    throwSystemError(errno, "cannot close the folder to others: " + folder.string());
+  }
 }
 
 std::filesystem::path applicationSupportFolder() {

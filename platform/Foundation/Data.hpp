@@ -36,10 +36,12 @@ enum class IfExists { replace, fail };
 /// Writes a file that only its owner may read (mode 0600), so that a crash leaves either the old file or the whole new
 /// one: a temporary file in the same folder, flushed to disk, then renamed into place and the folder flushed.
 /// With IfExists::fail, of several writers at once exactly one succeeds and the others get false; nothing is replaced.
-/// The folder must exist. Throws std::system_error; no temporary file is left behind then.
+/// The folder must exist. Throws std::system_error; no temporary file is left behind then, but the file may be in
+/// place when only the folder could not be flushed.
 bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists = IfExists::replace);
 
-/// Makes the folder and its missing parents, those with mode 0700. Throws std::system_error.
+/// Makes the folder and its missing parents with mode 0700. A folder of ours that is there and open to others is closed
+/// to them; its parents stay as they are. Throws std::system_error.
 void createPrivateFolder(const std::filesystem::path& folder);
 
 /// `$XDG_DATA_HOME/tavlo`, else `$HOME/.local/share/tavlo`: where keys and pictures are kept. The folder may not exist

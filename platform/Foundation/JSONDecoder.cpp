@@ -63,7 +63,6 @@ class JSONReadingPlace final : public Decoder,
     ++next_;
   }
 
-  [[nodiscard]] bool decodeNil() override { return value_.isNull(); }
   [[nodiscard]] bool decodeBool() override { return require<bool>("true or false"); }
   [[nodiscard]] std::int64_t decodeInteger() override { return requireWhole<std::int64_t>(); }
   [[nodiscard]] std::uint64_t decodeUnsigned() override { return requireWhole<std::uint64_t>(); }

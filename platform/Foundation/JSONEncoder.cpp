@@ -1,14 +1,16 @@
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/UTF8.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tavlo::foundation {
 
@@ -50,15 +52,9 @@ class JSONWritingPlace final : public Encoder,
 
  private:
   enum class Kind { nothing, object, array, plain };
-  /// Where a member stands in the body.
-  struct WrittenMember {
-    std::string key;
-    std::size_t begin;
-  };
-
   void encodeMember(std::string_view key, const EncodeFunction& write) override {
     eraseMember(key);
-    members_.push_back({std::string(key), body_.size()});
+    members_.emplace(key, body_.size());
     if (members_.size() > 1) append(",");
     JSONWritingPlace place(*this, std::string(key));
     place.appendQuoted(key);
@@ -104,17 +100,22 @@ class JSONWritingPlace final : public Encoder,
 
   /// Takes a member out again that was written before under the same key.
   void eraseMember(std::string_view key) {
-    for (std::size_t i = 0; i < members_.size(); ++i) {
-      if (members_[i].key != key) continue;
-      const std::size_t begin = members_[i].begin;
-      const std::size_t end = i + 1 < members_.size() ? members_[i + 1].begin : body_.size();
-      // The first member has no comma before it: when it goes, the next one's comma goes instead.
-      const std::size_t comma = i == 0 && i + 1 < members_.size() ? 1 : 0;
-      body_.erase(body_.begin() + static_cast<std::ptrdiff_t>(begin),
-                  body_.begin() + static_cast<std::ptrdiff_t>(end + comma));
-      members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(i));
-      for (std::size_t j = i; j < members_.size(); ++j) members_[j].begin -= end - begin + (j > i ? comma : 0);
-      return;
+    const auto written = members_.find(key);
+    if (written == members_.end()) return;
+    const std::size_t begin = written->second;
+    members_.erase(written);
+    std::size_t end = body_.size();
+    bool isFirst = true;
+    for (const auto& [other, position] : members_) {
+      if (position > begin) end = std::min(end, position);
+      if (position < begin) isFirst = false;
+    }
+    // The first member has no comma before it: when it goes, the next one's comma goes instead.
+    const std::size_t comma = isFirst && end < body_.size() ? 1 : 0;
+    const auto at = [this](std::size_t position) { return body_.begin() + static_cast<std::ptrdiff_t>(position); };
+    body_.erase(at(begin), at(end + comma));
+    for (auto& [other, position] : members_) {
+      if (position > begin) position -= end - begin + (position > end ? comma : 0);
     }
   }
 
@@ -166,7 +167,7 @@ class JSONWritingPlace final : public Encoder,
   CodingKey key_;
   std::size_t depth_ = 0;
   Kind kind_ = Kind::nothing;
-  std::vector<WrittenMember> members_;
+  std::map<std::string, std::size_t, std::less<>> members_;  // where each begins in the body, its comma included
   std::size_t elements_ = 0;
 };
 

@@ -5,7 +5,7 @@
 
 namespace tavlo::foundation {
 
-/// Takes one console line, without its line end. May be called from several threads at once.
+/// Takes one console line, without its line end. May be called from several threads at once; must not throw.
 using PrintHandler = std::function<void(std::string_view line)>;
 
 /// Writes `line` and a line end to standard output in one piece, or gives the line to the handler in force.

@@ -10,7 +10,8 @@ namespace tavlo::foundation {
 class URL {
  public:
   /// The URL that `text` is. Absent when `text` is empty or not in RFC 3986's grammar: nothing is repaired or guessed,
-  /// so a blank, a line end, a character outside ASCII or a scheme-less "host:80" gives nothing.
+  /// so a blank, a line end, a character outside ASCII or "127.0.0.1:80" gives nothing, and neither does an IP literal
+  /// of a future version.
   [[nodiscard]] static std::optional<URL> parse(std::string_view text);
 
   /// The URL that `text` means when it stands at `base` (RFC 3986, section 5.2). Absent as above.

@@ -1,30 +1,16 @@
 #include <TavloCommon/TavloCommon.hpp>
 
 #include <algorithm>
+#include <array>
 
 namespace tavlo::common {
 
 namespace {
 
 /// What makers leave in the firmware in place of a name.
-constexpr std::string_view placeholders[] = {"default string",
-
-                                             "invalid",
-                                             "n/a",
-                                             "none",
-                                             "not applicable",
-                                             "not available",
-
-                                             "not specified",
-                                             "o.e.m.",
-                                             "oem",
-                                             "product name",
-                                             "system name",
-                                             "system product name",
-
-                                             "to be filled by o.e.m.",
-                                             "unknown",
-                                             "undefined"};
+constexpr auto placeholders = std::to_array<std::string_view>(
+    {"default string", "invalid", "n/a", "none", "not applicable", "not available", "not specified", "o.e.m.", "oem",
+     "product name", "system name", "system product name", "to be filled by o.e.m.", "unknown", "undefined"});
 
 char lowered(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;

@@ -60,6 +60,7 @@ DataGroup1::DataGroup1(Data file) : DataGroup(DataGroupId::DG1, std::move(file))
   mrz_ = MRZ::parse(textOf(reader.next(0x5F1F)));
   reader.expectEnd();
 
+  if (mrz_.namesFillField) addOddity("the names fill their field and may be cut short");
   if (mrz_.foreignCharacters) addOddity("characters that do not belong into a machine readable zone");
   for (const MRZ::CheckDigit& digit : mrz_.checkDigits) {
     if (!digit.correct) addOddity("wrong check digit: " + std::string(digit.field));

@@ -20,17 +20,21 @@ using foundation::DataView;
 namespace {
 
 /// The group that a file's name means, as in "EF_DG1.bin", "Datagroup1.bin", "EF.SOD" or, by its identifier, "0101".
-std::optional<DataGroupId> groupMeantBy(const std::string& fileName) {
+std::optional<DataGroupId> groupMeantBy(const std::string& path) {
+  // A ".com" at the end is an extension, unless it is EF.COM.
   static const std::regex pattern(
-      "(?:^|[^A-Z0-9])(?:EF)?(?:(COM)|(SOD)|(?:DG|DATAGROUP)([0-9]{1,2})|01([0-9A-F]{2}))(?![A-Z0-9])",
+      "(?:(?:^|EF[.]|[^A-Z0-9.])(?:EF)?(COM)|"
+      "(?:^|[^A-Z0-9])(?:EF)?(?:(SOD)|(?:DG|DATAGROUP)([0-9]{1,2})|01([0-9A-F]{2})))(?![A-Z0-9])",
       std::regex::icase);
+  const std::string fileName = path.substr(path.rfind('/') + 1);
   std::smatch match;
   if (!std::regex_search(fileName, match, pattern)) return std::nullopt;
   constexpr int identifierOfCOM = 0x1E;
   constexpr int identifierOfSOD = 0x1D;
-  const int number = match[3].matched ? std::stoi(match[3]) : match[4].matched ? std::stoi(match[4], nullptr, 16) : 0;
-  if (match[1].matched || number == identifierOfCOM) return DataGroupId::COM;
-  if (match[2].matched || number == identifierOfSOD) return DataGroupId::SOD;
+  const int identifier = match[4].matched ? std::stoi(match[4], nullptr, 16) : 0;
+  if (match[1].matched || identifier == identifierOfCOM) return DataGroupId::COM;
+  if (match[2].matched || identifier == identifierOfSOD) return DataGroupId::SOD;
+  const int number = match[3].matched ? std::stoi(match[3]) : identifier;
   if (number < 1 || number > 16) return std::nullopt;
   return static_cast<DataGroupId>(number);
 }

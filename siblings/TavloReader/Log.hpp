@@ -9,7 +9,7 @@ namespace tavlo::reader {
 class Log {
  public:
   enum class Level { debug, info, warning, error };
-  /// Takes one message. May be called from several threads at once; what it throws reaches whoever logs.
+  /// Takes one message. May be called from several threads at once; must not throw.
   using Handler = std::function<void(Level level, std::string_view message)>;
 
   Log() = delete;

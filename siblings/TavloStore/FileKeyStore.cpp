@@ -33,7 +33,10 @@ std::optional<SecKeyPair> FileKeyStore::load(const std::filesystem::path& file, 
     return security::keyPairFromPKCS8(pkcs8.bytes(), type);
   } catch (const std::system_error& error) {
     if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
-    throw std::system_error(error.code(), "The key file " + file.string() + " cannot be read. " + std::string(remedy));
+    if (error.code() == std::errc::file_too_large) {
+      throw SecurityError("The key file " + file.string() + " is too large for a key. " + std::string(remedy));
+    }
+    throw std::system_error(error.code(), "The key file " + file.string() + " cannot be read");
   } catch (const SecurityError& error) {
     throw SecurityError("The key file " + file.string() + " is damaged or holds another kind of key: " + error.what() +
                         ". " + std::string(remedy));

@@ -14,7 +14,7 @@ class KeyStore {
  public:
   virtual ~KeyStore() = default;
 
-  /// The key pair of `type` under `alias`, made if there is none; with `ephemeral` a new one that is kept nowhere.
+  /// The key pair of `type` under `keyAlias`, made if there is none; with `ephemeral` a new one that is kept nowhere.
   ///
   /// - A sound pair that exists under the alias is returned, never replaced. A failed call destroys nothing.
   /// - A damaged entry, or one of another type, throws and is left as it is.
@@ -22,7 +22,7 @@ class KeyStore {
   /// - Any other alias is possible, whatever characters it holds, and names a key of its own.
   /// - Threads or processes that create the same alias at once all get the same pair.
   ///
-  /// Throws SecurityError or std::system_error.
+  /// Throws SecurityError, std::system_error or another exception that says why.
   [[nodiscard]] virtual std::optional<security::SecKeyPair> createKeypair(std::string_view keyAlias,
                                                                           security::SecKeyType type,
                                                                           bool ephemeral) = 0;

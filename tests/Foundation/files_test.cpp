@@ -53,6 +53,9 @@ TEST(Files, PrivateFoldersAndWhereTheyLie) {
   createPrivateFolder(folder / "a/b/c");
   EXPECT_EQ(modeOf(folder / "a"), 0700U);
   EXPECT_EQ(modeOf(folder / "a/b/c"), 0700U);
+  fs::permissions(folder / "a", fs::perms::all);
+  createPrivateFolder(folder / "a");
+  EXPECT_EQ(modeOf(folder / "a"), 0700U);
   std::ofstream(folder / "file") << "x";
   EXPECT_THROW(createPrivateFolder(folder / "file/below"), std::system_error);
 

@@ -92,7 +92,7 @@ TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   EXPECT_EQ(keys_->aliases, std::vector<std::string>{"own/L898902C3"});
   ASSERT_EQ(session_->requests.size(), 1U);
   const auto& request = session_->requests.front();
-  EXPECT_EQ(request.url.absoluteString(), "https://localhost:8443/verify");
+  EXPECT_EQ(request.url.absoluteString(), TAVLO_SERVICE_URL "/verify");
   EXPECT_EQ(request.httpMethod, "POST");
   EXPECT_EQ(request.timeoutInterval, std::chrono::seconds(60));
 
