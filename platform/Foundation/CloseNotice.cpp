@@ -2,6 +2,8 @@
 
 #include <openssl/ssl.h>
 
+#include <memory>
+
 namespace tavlo::foundation {
 namespace {
 
@@ -32,8 +34,9 @@ std::shared_ptr<const bool> watchCloseNotice(CURL* transfer) {
   auto* const connection = static_cast<SSL*>(info->internals);
   auto* notice = static_cast<Notice*>(SSL_get_ex_data(connection, noticeIndex()));
   if (notice == nullptr) {
-    notice = new Notice(std::make_shared<bool>(false));
-    SSL_set_ex_data(connection, noticeIndex(), notice);
+    auto made = std::make_unique<Notice>(std::make_shared<bool>(false));
+    if (SSL_set_ex_data(connection, noticeIndex(), made.get()) != 1) return nullptr;
+    notice = made.release();  // the connection's from now on
     SSL_set_info_callback(connection, onEvent);
   }
   return *notice;

@@ -88,6 +88,9 @@ void CurlSession::admit() {
     } catch (const URLError& error) {
       completions_.enqueue(active_.back().complete(error));
       active_.pop_back();
+    } catch (const std::bad_alloc&) {
+      completions_.enqueue(active_.back().complete(URLError(URLError::Code::dataLengthExceedsMaximum)));
+      active_.pop_back();
     }
   }
 }
@@ -113,6 +116,8 @@ void CurlSession::concludeFinished() {
       completions_.enqueue(transfer->complete());
     } catch (const URLError& error) {
       completions_.enqueue(transfer->complete(error));
+    } catch (const std::bad_alloc&) {
+      completions_.enqueue(transfer->complete(URLError(URLError::Code::dataLengthExceedsMaximum)));
     }
     active_.erase(transfer);
   }

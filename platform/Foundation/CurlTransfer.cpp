@@ -30,10 +30,15 @@ std::optional<std::string> environmentValue(const char* name) {
   return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// libcurl would add these three by itself; with a large body, Expect costs a second where the server ignores it.
+// libcurl would add these by itself; with a large body, Expect costs a second where the server ignores it.
 curl_slist* suppressedHeaders() {
-  static curl_slist* const list =
-      curl_slist_append(curl_slist_append(curl_slist_append(nullptr, "Content-Type:"), "Accept:"), "Expect:");
+  static curl_slist* const list = [] {
+    curl_slist* names = nullptr;
+    for (const char* name : {"Content-Type:", "Accept:", "Expect:", "Proxy-Connection:"}) {
+      names = curl_slist_append(names, name);
+    }
+    return names;
+  }();
   return list;
 }
 
@@ -186,11 +191,11 @@ void CurlTransfer::takeConnection() {
 
 void CurlTransfer::takeHeaderLine(std::string_view line) {
   Head& head = exchange_.head;
+  if (head.complete && statusCode() >= 200) return;  // A trailer.
   if (line.starts_with("HTTP/")) {
     head = {};
     return;
   }
-  if (head.complete) return;  // A trailer.
   line = line.substr(0, line.find_last_not_of("\r\n \t") + 1);
   if (line.empty()) head.complete = true;
   const auto name = line.substr(0, line.find(':'));

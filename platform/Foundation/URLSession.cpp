@@ -50,8 +50,8 @@ class ProcessSession final : public URLSession {
   }
 
   static inline std::atomic<CurlSession*> current_ = nullptr;
-  // Of the thread that forks; `pause` lets one at a time.
-  static inline CurlSession* paused_ = nullptr;
+  // What the thread that forks has paused.
+  static inline thread_local CurlSession* paused_ = nullptr;
 };
 
 constinit SharedService<URLSession> sharedSession([]() -> std::shared_ptr<URLSession> {
