@@ -17,14 +17,7 @@
 namespace tavlo {
 namespace {
 
-using foundation::Data;
-using foundation::dataOf;
-using foundation::DecodingError;
-using foundation::JSONArray;
-using foundation::JSONDecoder;
-using foundation::JSONEncoder;
-using foundation::JSONObject;
-using foundation::textOf;
+using namespace foundation;
 
 std::string jsonOf(const CredentialDocument& document) {
   return std::string(textOf(JSONEncoder().encode(document)));
@@ -42,7 +35,7 @@ Data greyPNG(std::uint8_t level) {
 class Document : public testing::Test {
  protected:
   std::shared_ptr<test::FakeImageStore> images_ = std::make_shared<test::FakeImageStore>();
-  foundation::StandIn<common::ImageStore> imagesStandIn_{images_};
+  StandIn<common::ImageStore> imagesStandIn_{images_};
   test::Logged logged_;
 };
 
@@ -65,30 +58,27 @@ TEST_F(Document, CodesItsTwelveMembersInOrder) {
 }
 
 TEST_F(Document, DecodingTellsRequiredFromOptionalMembers) {
-  using Kind = DecodingError::Kind;
   const std::set<std::string> optional{"documentType", "portraitFilename", "signatureFilename",
                                        "certificateSigningRequest"};
-  const auto failureOf = [](const JSONObject& members) -> std::optional<Kind> {
+  const auto isAccepted = [](JSONObject members) {
     try {
-      (void)JSONDecoder().decode<std::shared_ptr<Passport>>(JSONEncoder().encode(foundation::JSONValue(members)));
-      return std::nullopt;
-    } catch (const DecodingError& error) {
-      return error.kind();
+      return JSONDecoder().decode<std::shared_ptr<Passport>>(JSONEncoder().encode(JSONValue(std::move(members)))) !=
+             nullptr;
+    } catch (const DecodingError&) {
+      return false;
     }
   };
   const JSONObject full = *toJSON(fullJSON);
   for (const auto& [key, value] : full) {
     JSONObject members = full;
-    members[key] = {};
-    EXPECT_EQ(failureOf(members), optional.contains(key) ? std::nullopt : std::optional(Kind::valueNotFound)) << key;
+    for (const JSONValue& other : {JSONValue(1), JSONValue("X"), JSONValue()}) {
+      members[key] = other;
+      const bool isText = other == JSONValue("X") && key != "documentType" && key != "children";
+      EXPECT_EQ(isAccepted(members), isText || (other.isNull() && optional.contains(key))) << key;
+    }
     members.erase(key);
-    EXPECT_EQ(failureOf(members), optional.contains(key) ? std::nullopt : std::optional(Kind::keyNotFound)) << key;
-    members[key] = 1;
-    EXPECT_EQ(failureOf(members), Kind::typeMismatch) << key;
+    EXPECT_EQ(isAccepted(members), optional.contains(key)) << key;
   }
-  JSONObject unknownKind = full;
-  unknownKind["documentType"] = "X";
-  EXPECT_EQ(failureOf(unknownKind), Kind::dataCorrupted);
 }
 
 TEST_F(Document, ChildrenComeBackAsBaseRecords) {
@@ -105,7 +95,7 @@ TEST_F(Document, ChildrenComeBackAsBaseRecords) {
 TEST_F(Document, ACycleOrMalformedTextGivesNoJSON) {
   const auto document = make<CredentialDocument>();
   document->setChildren({document});
-  EXPECT_THROW((void)JSONEncoder().encode(*document), foundation::EncodingError);
+  EXPECT_THROW((void)JSONEncoder().encode(*document), EncodingError);
   EXPECT_EQ(document->json(), std::nullopt);
   document->setChildren({});
   document->setGender("\xFF");
@@ -173,7 +163,7 @@ TEST_F(Document, InitialisersWriteThroughTheAccessorsInOrder) {
   EXPECT_EQ(
       decoded->steps,
       "type set|number 1|nationality 2|last 3|first 4|birth 5|gender 6|expiry 7|portrait 8|signature 9|children 1|");
-  EXPECT_EQ(decoded->json()->at("gender"), foundation::JSONValue("own")) << "encoding reads through the accessors";
+  EXPECT_EQ(decoded->json()->at("gender"), JSONValue("own")) << "encoding reads through the accessors";
   EXPECT_NE(decoded->description().find("gender own "), std::string::npos);
 }
 
@@ -204,8 +194,8 @@ TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
   using Messages = std::vector<std::string>;
   const Messages noData{"error: Could not get data"};
   const test::TemporaryFolder folder;
-  foundation::writePrivately(folder / "picture", greyPNG(30));
-  foundation::writePrivately(folder / "text", dataOf("no image"));
+  writePrivately(folder / "picture", greyPNG(30));
+  writePrivately(folder / "text", dataOf("no image"));
   const auto document = make<CredentialDocument>();
   const std::tuple<std::optional<std::string>, bool, Messages, Messages> rows[] = {
       {std::nullopt, false, {"error: portraitFilename == nil"}, {"warning: no signatureFilename"}},
@@ -234,10 +224,10 @@ TEST_F(Document, FlagsAreConstantsAndEqualityIsIdentity) {
 }
 
 TEST(DocumentDeathTest, DemoEndsTheProcessWithoutTheLibrarysImages) {
-  foundation::Bundle::installOfLibrary("TavloCA", std::make_shared<foundation::FolderBundle>("/nowhere"));
+  Bundle::installOfLibrary("TavloCA", std::make_shared<FolderBundle>("/nowhere"));
   EXPECT_EXIT((void)make<Passport>(IsDemo{}), testing::KilledBySignal(SIGABRT),
               "^Fatal error: Unexpectedly found nil while unwrapping an Optional value: file CredentialDocument");
-  foundation::Bundle::installOfLibrary("TavloCA", nullptr);
+  Bundle::installOfLibrary("TavloCA", nullptr);
 }
 
 }  // namespace

@@ -11,9 +11,7 @@
 namespace tavlo {
 namespace {
 
-using foundation::Data;
-using foundation::dataOf;
-using foundation::JSONObject;
+using namespace foundation;
 
 TEST(CAError, CarriesItsPrefixOnceForEachConstruction) {
   EXPECT_EQ(CAError("Empty URL").description(), "CAError: Empty URL");
@@ -28,7 +26,7 @@ TEST(CAError, CarriesItsPrefixOnceForEachConstruction) {
 TEST(TextHelpers, ToJSONGivesTheMembersOfAnObjectOnly) {
   const auto object = toJSON(R"({"a":[1,{"b":null}],"a":2,"c":true})");
   ASSERT_TRUE(object);
-  EXPECT_EQ(*object, (JSONObject{{"a", foundation::JSONArray{1, JSONObject{{"b", {}}}}}, {"c", true}}));
+  EXPECT_EQ(*object, (JSONObject{{"a", JSONArray{1, JSONObject{{"b", {}}}}}, {"c", true}}));
   EXPECT_EQ(toJSON("{}"), JSONObject{});
   for (const char* text : {"", "[]", "3", "\"a\"", "null", "not JSON", "{\"a\":\"\xC3\"}", "{} x"}) {
     EXPECT_EQ(toJSON(text), std::nullopt) << text;
@@ -36,11 +34,11 @@ TEST(TextHelpers, ToJSONGivesTheMembersOfAnObjectOnly) {
 }
 
 TEST(TextHelpers, AppendStringMendsWhatIsNoUTF8) {
-  foundation::NSMutableData data = dataOf("a");
+  NSMutableData data = dataOf("a");
   appendString(data, "");
   appendString(data, "\xC3\xA5");
   appendString(data, "\xFF");
-  EXPECT_EQ(foundation::textOf(data), "a\xC3\xA5\xEF\xBF\xBD");
+  EXPECT_EQ(textOf(data), "a\xC3\xA5\xEF\xBF\xBD");
 }
 
 TEST(DocumentType, CodesTitlesAndJSONBelongTogether) {
@@ -55,12 +53,12 @@ TEST(DocumentType, CodesTitlesAndJSONBelongTogether) {
     EXPECT_EQ(title(type), shown);
     EXPECT_EQ(documentTypeFrom(code), type);
     EXPECT_EQ(std::hash<DocumentType>{}(type), std::hash<std::string>{}(code));
-    const Data json = foundation::JSONEncoder().encode(type);
-    EXPECT_EQ(foundation::textOf(json), "\"" + code + "\"");
-    EXPECT_EQ(foundation::JSONDecoder().decode<DocumentType>(json), type);
+    const Data json = JSONEncoder().encode(type);
+    EXPECT_EQ(textOf(json), "\"" + code + "\"");
+    EXPECT_EQ(JSONDecoder().decode<DocumentType>(json), type);
   }
   for (const char* other : {"p", "X", "PA", "P ", " P", ""}) EXPECT_EQ(documentTypeFrom(other), std::nullopt) << other;
-  EXPECT_THROW((void)foundation::JSONDecoder().decode<DocumentType>(dataOf("1")), foundation::DecodingError);
+  EXPECT_THROW((void)JSONDecoder().decode<DocumentType>(dataOf("1")), DecodingError);
 }
 
 }  // namespace

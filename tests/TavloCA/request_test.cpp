@@ -18,14 +18,7 @@
 namespace tavlo {
 namespace {
 
-using foundation::Data;
-using foundation::dataOf;
-using foundation::JSONDecoder;
-using foundation::JSONEncoder;
-using foundation::JSONObject;
-using foundation::JSONValue;
-using foundation::textOf;
-using foundation::toHexString;
+using namespace foundation;
 
 struct FixedKey final : security::SecKey {
   [[nodiscard]] Data data() const override { return {0x04, 0xAB}; }
@@ -48,7 +41,7 @@ class Request : public testing::Test {
     return toJSON(textOf(body_)).value_or(JSONObject{});
   }
 
-  foundation::StandIn<uikit::UIDevice> device_{std::make_shared<test::FakeDevice>("12.1", "Kiosk 7")};
+  StandIn<uikit::UIDevice> device_{std::make_shared<test::FakeDevice>("12.1", "Kiosk 7")};
   test::Printed printed_;
   test::Logged logged_;
   Data body_;
@@ -111,7 +104,7 @@ TEST_F(Request, LastGroupOfAClassWinsAndAnEmptyOneIsPresent) {
 }
 
 TEST_F(Request, LeavesOutWhatHasNoForm) {
-  const foundation::StandIn<uikit::UIDevice> unknown(std::make_shared<test::FakeDevice>("12"));
+  const StandIn<uikit::UIDevice> unknown(std::make_shared<test::FakeDevice>("12"));
   EXPECT_EQ(build({}, uikit::UIImage(), SecretKey()),
             (JSONObject{{"version", "1.0"},
                         {"doc", JSONObject{}},
@@ -122,7 +115,7 @@ TEST_F(Request, LeavesOutWhatHasNoForm) {
 }
 
 TEST_F(Request, IsAbsentWhenItCannotBeEncoded) {
-  const foundation::StandIn<uikit::UIDevice> odd(std::make_shared<test::FakeDevice>("\xFF"));
+  const StandIn<uikit::UIDevice> odd(std::make_shared<test::FakeDevice>("\xFF"));
   EXPECT_EQ(TavloCA::verificationObject({}, {}, FixedKey()), std::nullopt);
   EXPECT_EQ(printed_.lines(), std::vector<std::string>{"Could not encode jsonData"});
 }
@@ -135,16 +128,16 @@ TEST_F(Request, RecordsAreReadBackByTheirRules) {
     JSONObject without = *toJSON(empty);
     without.erase(key);
     const auto bytes = JSONEncoder().encode(JSONValue(without));
-    EXPECT_THROW((void)JSONDecoder().decode<Verification>(bytes), foundation::DecodingError) << key;
+    EXPECT_THROW((void)JSONDecoder().decode<Verification>(bytes), DecodingError) << key;
   }
   const std::string timed = R"({"dgreadtime":{"COM":0.25,"SOD":2},"instrumentation":"x"})";
   EXPECT_EQ(textOf(JSONEncoder().encode(JSONDecoder().decode<Performance>(dataOf(timed)))), timed);
-  EXPECT_THROW((void)JSONDecoder().decode<Document>(dataOf(R"({"DG7":7})")), foundation::DecodingError);
+  EXPECT_THROW((void)JSONDecoder().decode<Document>(dataOf(R"({"DG7":7})")), DecodingError);
   EXPECT_FALSE(JSONDecoder().decode<Document>(dataOf(R"({"COM":null,"DG17":1})")).COM);
 
   Performance unwritable;
   unwritable.dgreadtime.emplace().DG2 = NAN;
-  EXPECT_THROW((void)JSONEncoder().encode(unwritable), foundation::EncodingError);
+  EXPECT_THROW((void)JSONEncoder().encode(unwritable), EncodingError);
 }
 
 }  // namespace

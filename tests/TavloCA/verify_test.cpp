@@ -16,8 +16,7 @@
 namespace tavlo {
 namespace {
 
-using foundation::Data;
-using foundation::dataOf;
+using namespace foundation;
 
 /// What a completion was called with, and how often.
 struct Outcome {
@@ -75,8 +74,8 @@ class Verify : public testing::Test {
 
   std::shared_ptr<test::FakeSession> session_ = std::make_shared<test::FakeSession>();
   std::shared_ptr<FakeKeyStore> keys_ = std::make_shared<FakeKeyStore>();
-  foundation::StandIn<foundation::URLSession> sessionStandIn_{session_};
-  foundation::StandIn<store::KeyStore> keysStandIn_{keys_};
+  StandIn<URLSession> sessionStandIn_{session_};
+  StandIn<store::KeyStore> keysStandIn_{keys_};
   test::Printed printed_;
   reader::NFCPassportModel model_;
 };
@@ -99,8 +98,8 @@ TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   const auto lines = printed_.lines();
   ASSERT_EQ(lines.size(), 3U) << "the groups, the COM, the body";
   EXPECT_EQ(lines.front(), "[TavloReader.COM, TavloReader.DataGroup1]");
-  EXPECT_EQ(lines.back(), foundation::textOf(request.httpBody));
-  EXPECT_EQ(toJSON(lines.back())->at("signing"), (foundation::JSONObject{{"mdlPublicKey", "04"}}));
+  EXPECT_EQ(lines.back(), textOf(request.httpBody));
+  EXPECT_EQ(toJSON(lines.back())->at("signing"), (JSONObject{{"mdlPublicKey", "04"}}));
 
   TavloCA::verify({}, *passport, {}, outcome.completion());
   EXPECT_EQ(session_->requests.size(), 2U) << "a model without groups is posted too";
@@ -115,7 +114,7 @@ TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
   };
   for (const auto& [mode, version, error] : rows) {
     keys_->mode = mode;
-    const foundation::StandIn<uikit::UIDevice> device(std::make_shared<test::FakeDevice>(version));
+    const StandIn<uikit::UIDevice> device(std::make_shared<test::FakeDevice>(version));
     Outcome outcome;
     TavloCA::verify(model_, *passport, {}, outcome.completion());
     EXPECT_EQ(outcome.calls, 1);
@@ -133,7 +132,7 @@ TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
 }
 
 TEST_F(Verify, PostReportsEachPairOfTheSession) {
-  const auto lost = std::make_exception_ptr(foundation::URLError(foundation::URLError::Code::networkConnectionLost));
+  const auto lost = std::make_exception_ptr(URLError(URLError::Code::networkConnectionLost));
   using Lines = std::vector<std::string>;
   const std::tuple<std::optional<Data>, std::exception_ptr, bool, Lines> rows[] = {
       {dataOf("x"), nullptr, true, {}},
