@@ -1,13 +1,12 @@
 #include <dlfcn.h>
 #include <netdb.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "TransportTest.hpp"
-#include "support/TestCertificate.hpp"
 
 // Stands before the C library's: the name "hanging.test" takes its time.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
@@ -19,104 +18,118 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 namespace tavlo::test {
 namespace {
 
-using std::chrono::milliseconds;
-using Connection = RawServer::Connection;
 constexpr double limit = 0.2;
 
-// Posts `body` and expects the time limit to strike when it should.
-void expectTimeout(const std::string& url, std::size_t bodySize = 0) {
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Client().post(url, std::string(bodySize, 'x'), limit), "-1001") << url;
-  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(time.count(), limit);
-  EXPECT_LE(time.count(), limit + 0.3);
+// Whether a post that gets no answer ends when it should.
+void expectTimeout(const std::string& url, const std::string& body = {}) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(post(url, body, limit), "-1001") << url;
+  EXPECT_LE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500)) << url;
 }
 
-TEST(TransportTime, RunsOutWhereverTheServerFallsSilent) {
-  for (const char* const answer :
+TEST(TransportTime, RunsOutWhereverNothingMoves) {
+  for (const std::string sent :
        {"", "HTTP/1.1 200 OK\r\nContent-Le", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf"}) {
-    RawServer server([&](Connection& connection) {
-      connection.read();
-      connection.send(answer);
-      connection.read();
-    });
+    RawServer server([&](Connection& connection) { connection.read() && connection.send(sent) && connection.read(); });
     expectTimeout(server.url());
   }
   std::promise<void> ended;
-  RawServer neverReads([done = ended.get_future().share()](Connection&) { done.wait(); });
-  expectTimeout(neverReads.url(), 3'000'000);
-  expectTimeout("https://127.0.0.1:" + neverReads.port());
+  RawServer neverReads([end = ended.get_future().share()](Connection&) { end.wait(); });
+  expectTimeout(neverReads.url(), std::string(3'000'000, 'x'));
+  expectTimeout("https://127.0.0.1:" + neverReads.port);
+  expectTimeout("http://hanging.test/");
   ended.set_value();
+
+  BIO* const full = BIO_new_accept("127.0.0.1:0");  // Accepts nothing, and its queue takes one.
+  BIO_do_accept(full);
+  listen(static_cast<int>(BIO_get_fd(full, nullptr)), 0);
+  const std::string address = std::string("127.0.0.1:") + BIO_get_accept_port(full);
+  BIO* const first = BIO_new_connect(address.c_str());
+  BIO_do_connect(first);
+  expectTimeout("http://" + address);
+  BIO_free_all(first);
+  BIO_free_all(full);
 }
 
-TEST(TransportTime, RunsOutWhileConnecting) {
-  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  socklen_t size = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  std::array<int, 4> sockets;
-  for (int& socket : sockets) socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  ASSERT_EQ(bind(sockets[0], generic, size) + listen(sockets[0], 0) + getsockname(sockets[0], generic, &size), 0);
-  for (std::size_t i = 1; i < sockets.size(); ++i) connect(sockets[i], generic, size);  // Fills the queue.
-  expectTimeout("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
-  for (const int socket : sockets) close(socket);
-}
-
-TEST(TransportTime, CountsWaitingForAFreePlace) {
-  RawServer server([](Connection& connection) { connection.receive(std::size_t{1} << 30); });
-  Client client({.maximumActive = 1});
-  auto active = client.start(server.url(), "", 5), waiting = client.start(server.url(), "", limit);
-  EXPECT_EQ(waiting.get(), "-1001");
-  EXPECT_EQ(server.connections(), 1U);
+TEST(TransportTime, RunsOutForOneAndNotForTheOthers) {
+  RawServer silent([](Connection&connection) { connection.receive(1U << 30); }), server(answering(answerOK));
+  auto session = std::make_shared<CurlSession>();
+  auto hanging = start(session, "http://hanging.test/", "", limit);
+  EXPECT_EQ(start(session, server.url("/", "localhost"), "", limit).get(), "200 ok");
+  EXPECT_EQ(hanging.get(), "-1001");
+  session = std::make_shared<CurlSession>(CurlSession::Options{.maximumActive = 1});
+  auto active = start(session, silent.url()), late = start(session, server.url(), "", limit);
+  EXPECT_EQ(late.get(), "-1001");
+  auto waiting = start(session, server.url());
+  session.reset();
+  EXPECT_EQ(active.get() + waiting.get(), "-999-999");
 }
 
 TEST(TransportTime, DoesNotRunOutWhileSomethingMoves) {
-  const auto drip = [](const std::string& start, const std::string& part, const std::string& end) {
+  const auto slowly = [](const std::string& begin, const std::string& part, const std::string& end) {
     return [=](Connection& connection) {
-      connection.read();
-      connection.send(start);
-      for (int i = 0; i < 8; ++i) {
-        std::this_thread::sleep_for(milliseconds(70));
-        connection.send(part);
+      for (std::size_t size = 0; size < 3'000'000 && connection.receive(size); size += 150'000) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
       }
+      connection.read() && connection.send(begin);
+      for (int i = 0; i < 6 && connection.send(part); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(70));
       connection.send(end);
     };
   };
-  RawServer body(drip("HTTP/1.1 200 OK\r\n\r\n", "x", "")), head(drip("HTTP/1.1 200 OK\r\n", "a: b\r\n", "\r\nok"));
-  RawServer slowReader([](Connection& connection) {
-    for (std::size_t size = 0; size < 3'000'000; size += 150'000) {
-      connection.receive(size);
-      std::this_thread::sleep_for(milliseconds(20));
-    }
-    connection.read();
-    connection.send(answerOK);
-  });
-  Client client;
-  auto first = client.start(body.url(), "", limit), second = client.start(head.url(), "", limit),
-       third = client.start(slowReader.url(), std::string(3'000'000, 'x'), limit);
-  EXPECT_EQ(first.get(), "200 xxxxxxxx");
-  EXPECT_EQ(second.get(), "200 ok");
-  EXPECT_EQ(third.get(), "200 ok");
+  RawServer body(slowly(head + "\r\n", "o", "k")), fields(slowly(head, "a: b\r\n", "\r\nok"));
+  EXPECT_EQ(post(body.url(), std::string(3'000'000, 'x'), limit), "200 ooooook");
+  EXPECT_EQ(post(fields.url(), std::string(3'000'000, 'x'), limit), "200 ok");
 }
 
-TEST(TransportTime, IsNotHeldUpByAHangingNameLookup) {
-  RawServer server(answering(answerOK));
-  Client client;
-  auto hanging = client.start("http://hanging.test/", "", limit);
-  EXPECT_EQ(client.post(server.url("/", "localhost"), "", limit), "200 ok");
-  EXPECT_EQ(hanging.get(), "-1001");
-  expectTimeout("http://hanging.test/");
-}
-
-TEST(TransportTime, ReportsWhatCannotBeReached) {
-  std::string gone;
-  {
-    const RawServer server(answering(answerOK));
-    gone = server.url();
-  }
+TEST(TransportTime, IsNotSpentOnWhatCannotBeReached) {
+  const std::string gone = RawServer(answering(answerOK)).url();
   RawServer closing([](Connection& connection) { connection.close(); });
-  EXPECT_EQ(Client().post(gone), "-1004");
-  EXPECT_EQ(Client().post(closing.url()), "-1005");
-  EXPECT_EQ(Client().post("http://name.invalid/"), "-1003");
+  const std::pair<std::string, std::string> rows[] = {{gone, "-1004"},
+                                                      {closing.url(), "-1005"},
+                                                      {"http://name.invalid/", "-1003"},
+                                                      {"ftp://127.0.0.1/", "-1002"},
+                                                      {"file:///etc/passwd", "-1002"},
+                                                      {"/verify", "-1002"},
+                                                      {"localhost:80/x", "-1002"},
+                                                      {"http:///x", "-1000"},
+                                                      {"http://127.0.0.1:99999/", "-1000"}};
+  for (const auto& [url, outcome] : rows) EXPECT_EQ(post(url), outcome) << url;
+}
+
+// More posts than places: each ends once, in time and with its own answer.
+TEST(TransportLoad, GivesEachOfAThousandPostsItsOwnAnswer) {
+  RawServer server([](Connection& connection) {
+    while (const auto request = connection.read()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      if (request->body.ends_with("7")) return connection.close();
+      connection.send(head + "Content-Length: " + std::to_string(request->body.size()) + "\r\n\r\n" + request->body);
+    }
+  });
+  const auto session = std::make_shared<CurlSession>();
+  std::vector<std::future<std::string>> outcomes(1000);
+  for (std::size_t i = 0; i < 1000; ++i) outcomes[i] = start(session, server.url(), std::to_string(i));
+  for (std::size_t i = 0; i < 1000; ++i)
+    EXPECT_EQ(outcomes[i].get(), i % 10 == 7 ? "-1005" : "200 " + std::to_string(i));
+  EXPECT_EQ(server.requests().size(), 1000U);
+  EXPECT_LE(server.connections, 300U);  // libcurl connects once more before it learns that it must not send again.
+}
+
+TEST(TransportLoad, CallsOneHandlerAtATimeAndGoesOnMeanwhile) {
+  std::promise<void> arrived, done;
+  RawServer server(answering(answerOK));
+  RawServer other([&](Connection& connection) { connection.read() ? arrived.set_value() : void(); });
+  std::atomic<int> handlers = 0, left = 200;
+  const auto session = std::make_shared<CurlSession>();
+  const Then again = [&](const std::string&) {
+    EXPECT_EQ(++handlers, 1);
+    const int now = --left;
+    if (now > 0) start(session, now == 100 ? other.url() : server.url(), "", 20, again);
+    if (now == 100) arrived.get_future().wait();
+    if (now == 0) done.set_value();
+    --handlers;
+  };
+  for (int i = 0; i < 4; ++i) start(session, server.url(), "", 20, again);
+  done.get_future().wait();
 }
 
 }  // namespace

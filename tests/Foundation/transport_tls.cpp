@@ -1,4 +1,9 @@
-#include <cstdlib>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "TransportTest.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -7,83 +12,120 @@
 namespace tavlo::test {
 namespace {
 
-using Connection = RawServer::Connection;
+std::future<std::string> startShared(const Then& then = {}) {
+  return start(foundation::URLSession::shared(), std::getenv("TAVLO_TEST_URL"), "", 20, then);
+}
 
+// Registered before anything else, so it runs after every other exit handler, OpenSSL's too.
+bool checksLastMoments = false;
+const int lastMoments = std::atexit([] {
+  if (!checksLastMoments) return;
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  if (startShared().get() != "-999") std::_Exit(99);
+});
+
+// The shared session lasts as long as its process, so its end is tried in processes of their own: EXPECT_EXIT runs this
+// program again down to its statement, and there the environment names the first one's server.
 struct TransportTLS : testing::Test {
   TransportTLS() {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    if (std::getenv("TAVLO_TEST_URL") != nullptr) return;
     authority.writePEM(folder / "trusted.pem");
     setenv("SSL_CERT_FILE", (folder / "trusted.pem").c_str(), 1);
+    unsetenv("SSL_CERT_DIR");
+    setenv("TAVLO_TEST_URL", server.url("/", "localhost").c_str(), 1);
   }
-  ~TransportTLS() override { unsetenv("SSL_CERT_FILE"); }
+  ~TransportTLS() override { unsetenv("TAVLO_TEST_URL"); }
 
-  const TestCertificate authority{"DNS:authority.example"};
-  const TestCertificate good{"DNS:localhost", &authority};
+  // The outcome of a post to a server with `certificate`, where nothing must arrive unless it is to be trusted.
+  static std::string postTo(const TestCertificate& certificate, const std::function<void(Connection&)>& handler,
+                            int newestVersion = TLS1_3_VERSION) {
+    const auto tls = certificate.serverContext(newestVersion);
+    RawServer secure(handler, tls.get());
+    const std::string outcome = post(secure.url("/", "localhost"), "body");
+    EXPECT_EQ(secure.requests().empty(), outcome == "-1202" || outcome == "-1200") << outcome;
+    return outcome;
+  }
+
   TemporaryFolder folder;
+  const TestCertificate authority{"DNS:authority.example"}, good{"DNS:localhost", &authority};
+  const std::shared_ptr<SSL_CTX> context = good.serverContext();
+  RawServer server{answering(answerOK), context.get()};
 };
 
-TEST_F(TransportTLS, TrustsWhatTheEnvironmentNames) {
-  for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
-    const auto context = good.serverContext(version);
-    RawServer server(answering(answerOK), context.get());
-    Client client;
-    EXPECT_EQ(client.post(server.url("/", "localhost"), "body"), "200 ok");
-    EXPECT_EQ(client.post(server.url("/", "localhost"), "body"), "200 ok");
-    EXPECT_EQ(server.connections(), 1U);
-  }
-}
-
 TEST_F(TransportTLS, SendsNothingToAServerThatItDoesNotTrust) {
-  const TestCertificate stranger("DNS:stranger.example");
-  const TestCertificate unknown("DNS:localhost", &stranger), selfSigned("DNS:localhost"),
+  const TestCertificate stranger("DNS:stranger.example"), unknown("DNS:localhost", &stranger), own("DNS:localhost"),
       wrongName("DNS:other.example", &authority), expired("DNS:localhost", &authority, -60);
-  for (const auto* certificate : {&unknown, &selfSigned, &wrongName, &expired}) {
-    const auto context = certificate->serverContext();
-    RawServer server(answering(answerOK), context.get());
-    EXPECT_EQ(Client().post(server.url("/", "localhost"), "body"), "-1202");
-    EXPECT_TRUE(server.requests().empty());
+  for (const auto* certificate : {&unknown, &own, &wrongName, &expired}) {
+    EXPECT_EQ(postTo(*certificate, answering(answerOK)), "-1202");
   }
-}
-
-TEST_F(TransportTLS, TakesAFailedHandshakeForASecurityError) {
-  const auto old = good.serverContext(TLS1_1_VERSION);
-  RawServer oldServer(answering(answerOK), old.get());
-  RawServer closing([](Connection& connection) {
-    connection.receive(1);
-    connection.close();
-  });
-  EXPECT_EQ(Client().post(oldServer.url("/", "localhost")), "-1200");
-  EXPECT_EQ(Client().post("https://localhost:" + closing.port()), "-1200");
+  EXPECT_EQ(postTo(good, answering(answerOK), TLS1_1_VERSION), "-1200");
+  EXPECT_EQ(postTo(good, answering(answerOK), TLS1_2_VERSION), "200 ok");
+  EXPECT_EQ(postTo(good, answering(answerOK)), "200 ok");
+  RawServer closing([](Connection& connection) { connection.close(); });
+  EXPECT_EQ(post("https://localhost:" + closing.port), "-1200");
 }
 
 TEST_F(TransportTLS, BelievesInTheEndOfAnAnswerOnlyWhenItIsAnnounced) {
-  const auto context = good.serverContext();
-  const auto answer = [&](const std::string& text, bool announced) {
-    RawServer server(
-        [&](Connection& connection) {
-          connection.read();
-          connection.send(text);
-          if (!announced) connection.close();
-        },
-        context.get());
-    return Client().post(server.url("/", "localhost"));
+  const auto cutAfter = [&](const std::string& answer) {
+    return postTo(good, [&](Connection& connection) {
+      connection.read() && connection.send(answer);
+      connection.close();
+    });
   };
-  const std::string head = "HTTP/1.1 200 OK\r\n";
-  EXPECT_EQ(answer(head + "\r\nbody", true), "200 body");
-  EXPECT_EQ(answer(head + "\r\nbody", false), "-1005");
-  EXPECT_EQ(answer(head + "Content-Length: 4\r\n\r\nbody", false), "200 body");
-  EXPECT_EQ(answer("HTTP/1.1 204 No Content\r\n\r\n", false), "204 ");
+  EXPECT_EQ(cutAfter(head + "\r\nok"), "-1005");
+  EXPECT_EQ(cutAfter(answerOK), "200 ok");
+  EXPECT_EQ(cutAfter("HTTP/1.1 204 No Content\r\n\r\n"), "204 ");
+  EXPECT_EQ(postTo(good, [](Connection& connection) { connection.read() && connection.send(head + "\r\nok"); }),
+            "200 ok");
 }
 
 TEST_F(TransportTLS, IsNotLeftForPlainHTTP) {
   RawServer plain(answering(answerOK));
-  const auto context = good.serverContext();
   for (const std::string status : {"302", "307"}) {
-    RawServer server(
-        answering("HTTP/1.1 " + status + " So\r\nLocation: " + plain.url() + "\r\nContent-Length: 0\r\n\r\n"),
-        context.get());
-    EXPECT_EQ(Client().post(server.url("/", "localhost"), "body"), "-1022");
+    const std::string answer =
+        "HTTP/1.1 " + status + " So\r\nLocation: " + plain.url() + "\r\nContent-Length: 0\r\n\r\n";
+    EXPECT_EQ(postTo(good, answering(answer)), "-1022");
   }
-  EXPECT_EQ(plain.connections(), 0U);
+  EXPECT_EQ(plain.connections, 0U);
+}
+
+TEST_F(TransportTLS, LetsAProcessEndWithTransfersUnderWay) {
+  const auto endEarly = [] {
+    checksLastMoments = true;
+    std::atomic<int> left = 100;
+    std::promise<void> busy;
+    const Then again = [&](const std::string& outcome) {
+      if (outcome == "200 ok") startShared(again);
+      if (--left == 0) busy.set_value();
+    };
+    for (int i = 0; i < 64; ++i) startShared(again);
+    busy.get_future().wait();
+    std::exit(0);
+  };
+  for (int i = 0; i < 8; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
+  const Then stop = [](const std::string&) { std::exit(3); },
+             fail = [](const std::string&) { throw std::runtime_error("x"); };
+  EXPECT_EXIT(startShared(stop).wait(), testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(startShared(fail).wait(), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(TransportTLS, StartsAfreshInAForkedChild) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "The sanitizers' own locks do not outlive a fork among threads.";
+#endif
+  const auto forkAndPost = [] {
+    std::vector<std::future<std::string>> outcomes(20);
+    for (auto& outcome : outcomes) outcome = startShared();
+    const pid_t child = fork();
+    if (child == 0) std::_Exit(startShared().get() == "200 ok" ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    for (auto& outcome : outcomes) status |= outcome.get() == "200 ok" ? 0 : 1;
+    std::_Exit(status);
+  };
+  for (int i = 0; i < 5; ++i) EXPECT_EXIT(forkAndPost(), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(server.requests().size(), 5U * 21U);
 }
 
 }  // namespace

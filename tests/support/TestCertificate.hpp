@@ -6,7 +6,6 @@
 #include <openssl/x509v3.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -14,22 +13,25 @@ namespace tavlo::test {
 
 /// A certificate and its key, made on the spot and valid from an hour ago.
 struct TestCertificate {
-  /// For the server `name` ("DNS:..." or "IP:..."), signed by `issuer`; without one it signs itself and may sign
-  /// others.
+  /// For the server `name` ("DNS:..." or "IP:..."), signed by `issuer` or else by itself, when it may sign others too.
   explicit TestCertificate(const char* name, const TestCertificate* issuer = nullptr, long secondsLeft = 3600) {
-    X509_set_version(certificate.get(), X509_VERSION_3);
-    static long serialNumber = 0;
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), ++serialNumber);
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -3600);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), secondsLeft);
-    X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_ASC,
+    X509* const made = certificate.get();
+    X509_set_version(made, X509_VERSION_3);
+    ASN1_INTEGER_set(X509_get_serialNumber(made), issuer == nullptr ? 1 : 2);
+    X509_gmtime_adj(X509_getm_notBefore(made), -3600);
+    X509_gmtime_adj(X509_getm_notAfter(made), secondsLeft);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(made), "CN", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
-    X509_set_pubkey(certificate.get(), key.get());
-    add(NID_subject_alt_name, name);
-    add(NID_basic_constraints, issuer == nullptr ? "critical,CA:TRUE" : "critical,CA:FALSE");
+    X509_set_pubkey(made, key.get());
+    for (const auto& [id, value] :
+         {std::pair{NID_subject_alt_name, name}, {NID_basic_constraints, issuer == nullptr ? "CA:TRUE" : "CA:FALSE"}}) {
+      X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, id, value);
+      X509_add_ext(made, extension, -1);
+      X509_EXTENSION_free(extension);
+    }
     const TestCertificate& signer = issuer == nullptr ? *this : *issuer;
-    X509_set_issuer_name(certificate.get(), X509_get_subject_name(signer.certificate.get()));
-    X509_sign(certificate.get(), signer.key.get(), EVP_sha256());
+    X509_set_issuer_name(made, X509_get_subject_name(signer.certificate.get()));
+    X509_sign(made, signer.key.get(), EVP_sha256());
   }
 
   /// What a server with this certificate needs.
@@ -43,22 +45,14 @@ struct TestCertificate {
     return context;
   }
 
-  void writePEM(const std::filesystem::path& path) const {
+  /// Writes the certificate as a PEM file.
+  void writePEM(const std::string& path) const {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
     PEM_write_X509(file.get(), certificate.get());
   }
 
   const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key{EVP_EC_gen("P-256"), EVP_PKEY_free};
   const std::unique_ptr<X509, decltype(&X509_free)> certificate{X509_new(), X509_free};
-
- private:
-  void add(int extension, const char* value) {
-    X509V3_CTX context;
-    X509V3_set_ctx(&context, certificate.get(), certificate.get(), nullptr, nullptr, 0);
-    const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> made(
-        X509V3_EXT_conf_nid(nullptr, &context, extension, value), X509_EXTENSION_free);
-    X509_add_ext(certificate.get(), made.get(), -1);
-  }
 };
 
 }  // namespace tavlo::test
