@@ -5,11 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "support/TemporaryFolder.hpp"
 
@@ -17,118 +14,88 @@ namespace tavlo::store {
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::Data;
+using namespace foundation;
 using security::SecKeyType;
+using namespace std::string_literals;
+
+constexpr auto curve = SecKeyType::ellipticCurve;
 
 class KeyStoreTest : public testing::Test {
  protected:
   /// The public half that a store of its own over the folder gives.
-  [[nodiscard]] Data publicKey(std::string_view alias, SecKeyType type = SecKeyType::ellipticCurve) const {
-    return FileKeyStore(folder).createKeypair(alias, type, false).value().publicKey->data();
+  [[nodiscard]] Data publicKey(std::string_view alias, SecKeyType type = curve, bool ephemeral = false) const {
+    return FileKeyStore(folder).createKeypair(alias, type, ephemeral).value().publicKey->data();
   }
 
   test::TemporaryFolder temporary;
-  fs::path folder = temporary.path() / "keys";
-  FileKeyStore store{folder};
+  fs::path folder = temporary / "tavlo/keys";
+  fs::path file = FileKeyStore(folder).file("TV0000042");
 };
 
-TEST_F(KeyStoreTest, keepsEachTypeOfPairPrivately) {
-  for (const SecKeyType type : {SecKeyType::rsa, SecKeyType::ellipticCurve}) {
-    const std::string alias = type == SecKeyType::rsa ? "rsa" : "curve";
-    EXPECT_EQ(publicKey(alias, type), publicKey(alias, type));
-    EXPECT_EQ(fs::status(store.file(alias)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+TEST_F(KeyStoreTest, keepsAPairUnderAnyAliasPrivatelyForAllThatShareTheFolder) {
+  std::set<std::string> aliases = {"a"s,   "A"s,        "."s,  ".."s,   "../a"s, "/tmp/a"s,
+                                   "a b"s, "\xff\xfe"s, "\0"s, "a\0b"s, "-a"s,   std::string(100'000, 'a')};
+  std::set<Data> keys;
+  for (const std::string& alias : aliases) keys.insert(publicKey(alias));
+  keys.insert({publicKey("rsa", SecKeyType::rsa), publicKey("rsa", SecKeyType::rsa)});
+  ::setenv("XDG_DATA_HOME", temporary.path().c_str(), 1);
+  const StandIn<KeyStore> byDefault(nullptr);
+  keys.insert(Util::createKeypair("a").value().publicKey->data());
+  EXPECT_EQ(keys.size(), aliases.size() + 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), std::ssize(keys));
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    EXPECT_EQ(entry.status().permissions(), fs::perms::owner_read | fs::perms::owner_write);
   }
   EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 2);
-}
-
-TEST_F(KeyStoreTest, keepsNoEphemeralPairAndGivesNoneForTheEmptyAlias) {
-  const Data first = store.createKeypair("TV0000042", SecKeyType::ellipticCurve, true).value().publicKey->data();
-  EXPECT_NE(first, store.createKeypair("TV0000042", SecKeyType::ellipticCurve, true).value().publicKey->data());
-  EXPECT_FALSE(store.createKeypair("", SecKeyType::ellipticCurve, false));
-  EXPECT_FALSE(store.createKeypair("", SecKeyType::ellipticCurve, true));
-  EXPECT_FALSE(fs::exists(folder));
-  EXPECT_NE(first, publicKey("TV0000042"));
-}
-
-TEST_F(KeyStoreTest, namesAFileAndKeyOfItsOwnForAnyAlias) {
-  std::set<std::string> aliases = {"a",      "A",    ".",   "..",       "/",      "../a",
-                                   "/tmp/a", "a\nb", "a b", "\xff\xfe", "\u00e5", "-a"};
-  aliases.insert({std::string(1, '\0'), std::string("a\0b", 3), std::string(100'000, 'a')});
-  std::set<Data> keys;
-  for (const std::string& alias : aliases) {
-    keys.insert(publicKey(alias));
-    EXPECT_EQ(store.file(alias).parent_path(), folder);
-  }
-  EXPECT_EQ(keys.size(), aliases.size());
-  EXPECT_EQ(store.file("TV0000042").filename(),  // pinned: another name would orphan the keys that users have
+  EXPECT_EQ(file.filename(),  // pinned: another name would orphan the keys that users have
             "c83487da061cfee2f663c53a7bd6ca7c9210619fa531d9f0aab3cfd324403d7e.p8");
 }
 
+TEST_F(KeyStoreTest, keepsNoEphemeralPairAndGivesNoneForTheEmptyAlias) {
+  writePrivately(temporary / "tavlo", dataOf("no folder"));
+  EXPECT_NE(publicKey("TV0000042", curve, true), publicKey("TV0000042", curve, true));
+  for (const bool ephemeral : {false, true}) EXPECT_FALSE(FileKeyStore(folder).createKeypair("", curve, ephemeral));
+  EXPECT_THROW((void)publicKey("TV0000042"), std::system_error);
+  EXPECT_EQ(contentsOf(temporary / "tavlo"), dataOf("no folder"));
+}
+
 TEST_F(KeyStoreTest, leavesADamagedEntryAsItIs) {
-  const fs::path file = store.file("TV0000042");
-  const auto refused = [&](SecKeyType type = SecKeyType::ellipticCurve) {
+  const auto expectRefusal = [&](SecKeyType type = curve) {
     try {
-      (void)store.createKeypair("TV0000042", type, false);
-      ADD_FAILURE() << "a pair came out";
+      ADD_FAILURE() << publicKey("TV0000042", type).size();
     } catch (const std::runtime_error& error) {
       EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos) << error.what();
     }
   };
   (void)publicKey("TV0000042");
-  const Data sound = foundation::contentsOf(file);
-  refused(SecKeyType::rsa);
-  EXPECT_EQ(foundation::contentsOf(file), sound);
-
-  const Data truncated(sound.begin(), sound.end() - 1);
-  for (const Data& damaged : {Data{}, foundation::dataOf("not a key"), truncated, Data(1'000'000, 0x30)}) {
-    foundation::writePrivately(file, damaged);
-    refused();
-    EXPECT_EQ(foundation::contentsOf(file), damaged);
+  const Data sound = contentsOf(file);
+  expectRefusal(SecKeyType::rsa);
+  EXPECT_EQ(contentsOf(file), sound);
+  for (const Data& damaged : {Data{}, dataOf("not a key"), Data(sound.begin(), sound.end() - 1), Data(1'000'000)}) {
+    writePrivately(file, damaged);
+    expectRefusal();
+    EXPECT_EQ(contentsOf(file), damaged);
   }
   fs::remove(file);
   fs::create_symlink("nowhere", file);
-  refused();
-  EXPECT_TRUE(fs::is_symlink(file));
-  fs::remove(file);
-  fs::create_directory(file);
-  refused();
-  EXPECT_TRUE(fs::is_directory(file));
+  expectRefusal();
+  EXPECT_EQ(fs::read_symlink(file), "nowhere");
 }
 
 TEST_F(KeyStoreTest, givesProcessesAndThreadsAtOnceTheSamePair) {
-  constexpr int rivals = 8;
-  for (int round = 0; round < 5; ++round) {
-    const std::string alias = "round " + std::to_string(round);
+  for (const std::string alias : {"1", "2", "3", "4", "5"}) {
     // noexcept: a child that fails ends there, not in a second run of the tests.
-    const auto write = [&](int rival) noexcept {
-      std::ofstream(temporary.path() / std::to_string(rival)) << foundation::textOf(publicKey(alias));
-    };
-    for (int rival = 0; rival < rivals; ++rival) {
-      if (::fork() == 0) write(rival), ::_exit(0);
+    const auto child = [&]() noexcept { ::_exit(publicKey(alias).back()); };
+    std::vector<Data> keys(8);
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      if (::fork() == 0) child();
     }
     std::vector<std::jthread> threads;
-    for (int rival = 0; rival < rivals; ++rival) threads.emplace_back(write, rivals + rival);
+    for (Data& key : keys) threads.emplace_back([&] { key = publicKey(alias); });
     threads.clear();
-    while (::wait(nullptr) > 0) {
-    }
-    std::set<Data> keys;
-    for (int rival = 0; rival < 2 * rivals; ++rival) {
-      keys.insert(foundation::contentsOf(temporary.path() / std::to_string(rival)));
-    }
-    EXPECT_EQ(keys, std::set<Data>{publicKey(alias)});
+    EXPECT_EQ(keys, std::vector(keys.size(), publicKey(alias)));
+    for (int status = 0; ::wait(&status) > 0;) EXPECT_EQ(status, W_EXITCODE(keys[0].back(), 0));
   }
-}
-
-TEST_F(KeyStoreTest, isSharedOverTheApplicationsFolderUnlessReplaced) {
-  ::setenv("XDG_DATA_HOME", temporary.path().c_str(), 1);
-  const foundation::StandIn<KeyStore> byDefault(nullptr);
-  const Data key = Util::createKeypair("TV0000042").value().publicKey->data();
-  folder = temporary.path() / "tavlo" / "keys";
-  EXPECT_EQ(key, publicKey("TV0000042"));
-
-  const foundation::StandIn<KeyStore> standIn(std::make_shared<FileKeyStore>(temporary.path() / "other"));
-  EXPECT_NE(key, Util::createKeypair("TV0000042").value().publicKey->data());
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <Foundation/Data.hpp>
 
-#include <cstdint>
 #include <initializer_list>
-#include <string_view>
 
 /// Elementary files of made-up documents (ICAO Doc 9303-10).
 namespace tavlo::test {
@@ -12,11 +10,9 @@ namespace tavlo::test {
 using foundation::Data;
 using foundation::DataView;
 
-/// Zones of the worked examples of ICAO Doc 9303-4, -5 and -6.
+/// Zones of the worked examples of ICAO Doc 9303-4 and -5.
 inline constexpr std::string_view exampleTD3 =
     "P<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<<<<<<<<<L898902C36UTO7408122F1204159ZE184226B<<<<<10";
-inline constexpr std::string_view exampleTD2 =
-    "I<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<D231458907UTO7408122F1204159<<<<<<<6";
 inline constexpr std::string_view exampleTD1 =
     "I<UTOD231458907<<<<<<<<<<<<<<<7408122F1204159UTO<<<<<<<<<<<6ERIKSSON<<ANNA<MARIA<<<<<<<<<<";
 
@@ -27,8 +23,9 @@ inline Data joined(std::initializer_list<DataView> parts) {
   return all;
 }
 
-/// `value` in `size` bytes, the highest first.
-inline Data bigEndian(std::uint64_t value, std::size_t size) {
+/// `value` in at least `size` bytes, the highest first.
+inline Data bigEndian(std::uint64_t value, std::size_t size = 1) {
+  while (size < sizeof value && value >> (8 * size) != 0) ++size;
   Data bytes(size);
   for (std::size_t i = size; i-- > 0; value >>= 8) bytes[i] = static_cast<std::uint8_t>(value);
   return bytes;
@@ -36,14 +33,9 @@ inline Data bigEndian(std::uint64_t value, std::size_t size) {
 
 /// One BER-TLV element with the shortest length field.
 inline Data tlv(std::uint32_t tag, DataView value) {
-  const auto shortest = [](std::size_t number) {
-    std::size_t size = 1;
-    while (size < 4 && number >> (8 * size) != 0) ++size;
-    return bigEndian(number, size);
-  };
-  const Data length = shortest(value.size());
-  const Data lengthOfLength = value.size() < 0x80 ? Data{} : Data{static_cast<std::uint8_t>(0x80 | length.size())};
-  return joined({shortest(tag), lengthOfLength, length, value});
+  Data length = bigEndian(value.size());
+  if (value.size() >= 0x80) length = joined({bigEndian(0x80 | length.size()), length});
+  return joined({bigEndian(tag), length, value});
 }
 inline Data tlv(std::uint32_t tag, std::string_view text) {
   return tlv(tag, foundation::dataOf(text));
@@ -62,14 +54,11 @@ inline Data dataGroup1(std::string_view zone = exampleTD3) {
 /// One face record (ISO/IEC 19794-5) with an encoded image for each face.
 inline Data faceRecord(std::initializer_list<DataView> images) {
   Data faces;
-  for (const DataView image : images) {
-    const Data information(16 + 12);  // nothing said of the person, no feature points, a JPEG of unsaid size
-    faces = joined({faces, bigEndian(4 + information.size() + image.size(), 4), information, image});
+  for (const DataView image : images) {  // nothing said of the person, no feature points, a JPEG of unsaid size
+    faces = joined({faces, bigEndian(4 + 28 + image.size(), 4), Data(28), image});
   }
-  return joined({foundation::dataOf(std::string_view("FAC\0"
-                                                     "010\0",
-                                                     8)),
-                 bigEndian(14 + faces.size(), 4), bigEndian(images.size(), 2), faces});
+  const Data formatAndVersion{'F', 'A', 'C', 0, '0', '1', '0', 0};
+  return joined({formatAndVersion, bigEndian(14 + faces.size(), 4), bigEndian(images.size(), 2), faces});
 }
 
 /// DG2 with one biometric template around `record`.
