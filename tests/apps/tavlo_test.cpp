@@ -4,6 +4,7 @@
 #include <UIKit/UIImage.hpp>
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/stat.h>
 
 #include <filesystem>
