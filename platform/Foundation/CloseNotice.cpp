@@ -3,6 +3,7 @@
 #include <openssl/ssl.h>
 
 #include <memory>
+#include <new>
 
 namespace tavlo::foundation {
 namespace {
@@ -35,7 +36,7 @@ std::shared_ptr<const bool> watchCloseNotice(CURL* transfer) {
   auto* notice = static_cast<Notice*>(SSL_get_ex_data(connection, noticeIndex()));
   if (notice == nullptr) {
     auto made = std::make_unique<Notice>(std::make_shared<bool>(false));
-    if (SSL_set_ex_data(connection, noticeIndex(), made.get()) != 1) return nullptr;
+    if (SSL_set_ex_data(connection, noticeIndex(), made.get()) != 1) throw std::bad_alloc();
     notice = made.release();  // the connection's from now on
     SSL_set_info_callback(connection, onEvent);
   }

@@ -19,6 +19,17 @@ CURLM* makeMulti() {
   return multi;
 }
 
+// Of the exception that is being handled.
+URLError currentError() {
+  try {
+    throw;
+  } catch (const URLError& error) {
+    return error;
+  } catch (const std::bad_alloc&) {
+    return URLError(URLError::Code::dataLengthExceedsMaximum);
+  }
+}
+
 }  // namespace
 
 CurlSession::CurlSession(Options options) : options_(options), multi_(makeMulti()) {}
@@ -85,11 +96,8 @@ void CurlSession::admit() {
     active_.splice(active_.end(), waiting_, waiting_.begin());
     try {
       send(active_.back());
-    } catch (const URLError& error) {
-      completions_.enqueue(active_.back().complete(error));
-      active_.pop_back();
-    } catch (const std::bad_alloc&) {
-      completions_.enqueue(active_.back().complete(URLError(URLError::Code::dataLengthExceedsMaximum)));
+    } catch (...) {
+      completions_.enqueue(active_.back().complete(currentError()));
       active_.pop_back();
     }
   }
@@ -114,10 +122,8 @@ void CurlSession::concludeFinished() {
         continue;
       }
       completions_.enqueue(transfer->complete());
-    } catch (const URLError& error) {
-      completions_.enqueue(transfer->complete(error));
-    } catch (const std::bad_alloc&) {
-      completions_.enqueue(transfer->complete(URLError(URLError::Code::dataLengthExceedsMaximum)));
+    } catch (...) {
+      completions_.enqueue(transfer->complete(currentError()));
     }
     active_.erase(transfer);
   }

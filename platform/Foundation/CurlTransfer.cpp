@@ -139,33 +139,33 @@ CURL* CurlTransfer::prepare(const NetEnvironment& environment) {
 }
 
 void CurlTransfer::setCallbacks() {
-  set(CURLOPT_PRIVATE, this);
+  const curl_prereq_callback onConnection = [](void* self, char*, char*, int, int) {
+    const bool goesOn = notice(self, [](CurlTransfer& transfer) { transfer.takeConnection(); });
+    return goesOn ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+  };
+  const curl_write_callback onHeaderLine = [](char* bytes, std::size_t, std::size_t size, void* self) {
+    return notice(self, [=](CurlTransfer& transfer) { transfer.takeHeaderLine({bytes, size}); }) ? size : 0;
+  };
+  const curl_write_callback onBody = [](char* bytes, std::size_t, std::size_t size, void* self) {
+    return notice(self, [=](CurlTransfer& transfer) { transfer.takeBody({bytes, size}); }) ? size : 0;
+  };
+  const curl_xferinfo_callback onProgress = [](void* self, curl_off_t, curl_off_t received, curl_off_t,
+                                               curl_off_t sent) {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    const auto moved = received + sent;
+    if (std::exchange(transfer.exchange_.moved, moved) != moved) transfer.lastActivity_ = Clock::now();
+    return 0;
+  };
   set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
   set(CURLOPT_PREREQDATA, this);
-  set(
-      CURLOPT_PREREQFUNCTION, +[](void* self, char*, char*, int, int) {
-        return notice(self, [](CurlTransfer& transfer) { transfer.takeConnection(); }) ? CURL_PREREQFUNC_OK
-                                                                                       : CURL_PREREQFUNC_ABORT;
-      });
+  set(CURLOPT_PREREQFUNCTION, onConnection);
   set(CURLOPT_HEADERDATA, this);
-  set(
-      CURLOPT_HEADERFUNCTION, +[](char* bytes, std::size_t, std::size_t size, void* self) {
-        return notice(self, [=](CurlTransfer& transfer) { transfer.takeHeaderLine({bytes, size}); }) ? size : 0;
-      });
+  set(CURLOPT_HEADERFUNCTION, onHeaderLine);
   set(CURLOPT_WRITEDATA, this);
-  set(
-      CURLOPT_WRITEFUNCTION, +[](char* bytes, std::size_t, std::size_t size, void* self) {
-        return notice(self, [=](CurlTransfer& transfer) { transfer.takeBody({bytes, size}); }) ? size : 0;
-      });
+  set(CURLOPT_WRITEFUNCTION, onBody);
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFODATA, this);
-  set(
-      CURLOPT_XFERINFOFUNCTION, +[](void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
-        auto& transfer = *static_cast<CurlTransfer*>(self);
-        const auto moved = received + sent;
-        if (std::exchange(transfer.exchange_.moved, moved) != moved) transfer.lastActivity_ = Clock::now();
-        return 0;
-      });
+  set(CURLOPT_XFERINFOFUNCTION, onProgress);
 }
 
 template <class Action>

@@ -18,7 +18,7 @@ struct URLRequest {
   /// In seconds: how long nothing may move, in either direction, before the request fails. Not a limit on its whole
   /// time.
   std::chrono::duration<double> timeoutInterval{60.0};
-  /// "GET" or "POST".
+  /// "GET" or "POST"; the process's own session refuses any other as URLError unsupportedURL.
   std::string httpMethod = "GET";
   /// What a POST sends, unchanged.
   Data httpBody = {};

@@ -57,7 +57,7 @@ class RawServer {
     }
     /// Closes at once, without a word in TLS; or so that the client sees a reset.
     void close(bool reset = false) {
-      const linger now{reset, 0};
+      const linger now{reset ? 1 : 0, 0};
       if (reset)
         setsockopt(socketOf(stream_), SOL_SOCKET, SO_LINGER, &now, sizeof now);
       else
