@@ -139,8 +139,8 @@ void TavloCA::post(Data data, std::string_view urlString, Completion completion)
                                  .timeoutInterval = std::chrono::seconds(60),
                                  .httpMethod = "POST",
                                  .httpBody = std::move(data)};
-  const auto finish = [completion](std::optional<Data> body, const auto& /*response*/,
-                                   const std::exception_ptr& error) {
+  const auto finish = [completion = std::move(completion)](std::optional<Data> body, const auto& /*response*/,
+                                                           const std::exception_ptr& error) {
     if (body && !error) return completion(std::move(body), nullptr);
     foundation::print(error ? foundation::localizedDescription(error) : "No data");
     completion(std::nullopt, error);
