@@ -1,7 +1,8 @@
 #pragma once
 
+#include <Foundation/NetThread.hpp>
+
 #include <openssl/ssl.h>
-#include <signal.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -9,7 +10,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace tavlo::test {
@@ -29,11 +29,10 @@ class RawServer {
    public:
     /// Waits for `size` bytes in all, whatever they are; false when the client has gone before.
     bool receive(std::size_t size) {
-      std::string part(65536, '\0');
-      while (received_.size() < size) {
-        const int count = BIO_read(stream_, part.data(), static_cast<int>(part.size()));
+      for (char part[65536]; received_.size() < size;) {
+        const int count = BIO_read(stream_, part, sizeof part);
         if (count <= 0) return false;
-        received_.append(part, 0, static_cast<std::size_t>(count));
+        received_.append(part, static_cast<std::size_t>(count));
       }
       return true;
     }
@@ -55,13 +54,9 @@ class RawServer {
       const int size = static_cast<int>(bytes.size());
       return BIO_write(stream_, bytes.data(), size) == size;
     }
-    /// Closes at once, without a word in TLS; or so that the client sees a reset.
-    void close(bool reset = false) {
-      const linger now{reset ? 1 : 0, 0};
-      if (reset)
-        setsockopt(socketOf(stream_), SOL_SOCKET, SO_LINGER, &now, sizeof now);
-      else
-        shutdown(socketOf(stream_), SHUT_RDWR);
+    /// Closes at once, without a word in TLS.
+    void close() {
+      shutdown(socketOf(stream_), SHUT_RDWR);
       BIO_free_all(stream_);
       stream_ = nullptr;
     }
@@ -72,9 +67,8 @@ class RawServer {
     ~Connection() {
       if (stream_ == nullptr) return;
       if (server_.tls_ != nullptr) BIO_ssl_shutdown(stream_);
-      const int socket = socketOf(stream_);
-      shutdown(socket, SHUT_WR);
-      for (char rest[65536]; recv(socket, rest, sizeof rest, 0) > 0;) continue;
+      shutdown(socketOf(stream_), SHUT_WR);
+      for (char rest[65536]; recv(socketOf(stream_), rest, sizeof rest, 0) > 0;) continue;
       close();
     }
 
@@ -90,13 +84,13 @@ class RawServer {
     BIO_do_accept(listener_);
     listen(socketOf(listener_), 1024);
     port = BIO_get_accept_port(listener_);
-    acceptor_ = std::jthread([this] { acceptAll(); });
+    acceptor_ = std::thread([this] { acceptAll(); });
   }
   /// Waits for the handlers: clients go first.
   ~RawServer() {
     shutdown(socketOf(listener_), SHUT_RDWR);
     acceptor_.join();
-    threads_.clear();
+    for (auto& thread : threads_) thread.join();
     BIO_free_all(listener_);
   }
 
@@ -118,13 +112,11 @@ class RawServer {
 
   void acceptAll() {
     for (; BIO_do_accept(listener_) > 0; ++connections) {
-      threads_.emplace_back([this, stream = BIO_pop(listener_)] {
-        sigset_t all;  // Writing to a client that has gone raises SIGPIPE.
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+      // Without signals: writing to a client that has gone raises one.
+      threads_.emplace_back(foundation::startNetThread("server", [this, stream = BIO_pop(listener_)] {
         Connection connection(*this, stream);
         handler_(connection);
-      });
+      }));
     }
   }
 
@@ -133,8 +125,8 @@ class RawServer {
   BIO* const listener_ = BIO_new_accept("127.0.0.1:0");
   std::mutex mutex_;
   std::vector<Request> requests_;
-  std::vector<std::jthread> threads_;
-  std::jthread acceptor_;
+  std::vector<std::thread> threads_;
+  std::thread acceptor_;
 };
 
 }  // namespace tavlo::test
