@@ -111,7 +111,8 @@ class RawServer {
   static int socketOf(BIO* stream) { return static_cast<int>(BIO_get_fd(stream, nullptr)); }
 
   void acceptAll() {
-    for (; BIO_do_accept(listener_) > 0; ++connections) {
+    while (BIO_do_accept(listener_) > 0) {
+      ++connections;
       // Without signals: writing to a client that has gone raises one.
       threads_.emplace_back(foundation::startNetThread("server", [this, stream = BIO_pop(listener_)] {
         Connection connection(*this, stream);
