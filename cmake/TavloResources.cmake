@@ -1,5 +1,6 @@
-# tavlo_compile_resources(OUTPUT file...): writes a source file that holds the files' bytes as the library's bundle.
-function(tavlo_compile_resources output)
+# tavlo_compile_resources(OUTPUT HEADER FUNCTION file...): writes a source file with the function, declared in the header
+# as `std::shared_ptr<tavlo::foundation::Bundle> FUNCTION()`, that gives a bundle of the files' bytes.
+function(tavlo_compile_resources output header function)
   set(arrays "")
   set(rows "")
   foreach(file ${ARGN})
@@ -12,7 +13,7 @@ function(tavlo_compile_resources output)
     string(APPEND rows "    {\"${name}\", ${identifier}},\n")
   endforeach()
   file(CONFIGURE OUTPUT ${output} CONTENT [[
-#include <TavloCA/Resources.internal.hpp>
+#include <@header@>
 
 #include <cstdint>
 
@@ -24,8 +25,8 @@ constexpr tavlo::foundation::CompiledBundle::Resource resources[] = {
 
 }  // namespace
 
-std::shared_ptr<tavlo::foundation::Bundle> tavlo::compiledResources() {
-  return std::make_shared<foundation::CompiledBundle>(resources);
+std::shared_ptr<tavlo::foundation::Bundle> @function@() {
+  return std::make_shared<tavlo::foundation::CompiledBundle>(resources);
 }
 ]] @ONLY)
 endfunction()

@@ -6,6 +6,7 @@
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "Output.hpp"
+#include "Resources.hpp"
 
 namespace tavlo::app {
 
@@ -84,6 +85,7 @@ int run(int argc, const char* const* argv) {
 int main(int argc, char** argv) {
   using namespace tavlo;
   try {
+    foundation::Bundle::installMain(app::compiledResources());
     foundation::setPrintHandler([](std::string_view) {});  // The library's lines hold personal data.
     return app::run(argc, argv);
   } catch (const app::Failure& failure) {
