@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tavlo::sandbox {
 
-namespace fs = std::filesystem;
 using std::chrono::year_month_day;
 
 namespace {
@@ -63,25 +61,6 @@ Result resultOf(const std::vector<Reason>& reasons, std::string_view check) {
 }
 
 }  // namespace
-
-reader::TrustAnchors readAnchors(const fs::path& folder) {
-  constexpr std::size_t maximumFiles = 10'000;
-  constexpr std::size_t maximumFileSize = std::size_t{1} << 20;
-  reader::TrustAnchors anchors;
-  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-    const fs::path& file = entry.path();
-    if (!entry.is_regular_file() || file.filename().native().starts_with('.')) continue;
-    if (anchors.size() == maximumFiles) throw std::runtime_error("more than 10000 files in " + folder.string());
-    anchors.push_back(foundation::contentsOf(file, maximumFileSize));
-    try {
-      (void)reader::authenticate({}, {anchors.back()});
-    } catch (const reader::ReaderError&) {
-      throw std::runtime_error(file.string() + " is no certificate in PEM or DER: move it out of the folder");
-    }
-  }
-  if (anchors.empty()) throw std::runtime_error("there is no certificate in " + folder.string());
-  return anchors;
-}
 
 std::optional<year_month_day> expiryDate(std::string_view digits, year_month_day today) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <Foundation/Data.hpp>
 #include <TavloReader/PassiveAuthentication.hpp>
 
 #include <chrono>
-#include <filesystem>
 #include <optional>
 #include <string_view>
 
@@ -12,10 +10,6 @@
 #include "Request.hpp"
 
 namespace tavlo::sandbox {
-
-/// The certificates in the files of `folder`, hidden files left aside; what `check` trusts. Throws std::runtime_error
-/// when there is none, and for a file that is no certificate: left out in silence, it would turn green documents red.
-[[nodiscard]] reader::TrustAnchors readAnchors(const std::filesystem::path& folder);
 
 /// Checks a request: passive authentication with `anchors`, and whether the document has expired before `today`. The
 /// selfie is compared with nothing and the key registered nowhere. Any thread.

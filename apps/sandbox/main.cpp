@@ -1,5 +1,6 @@
 #include <Foundation/Data.hpp>
 #include <Foundation/Print.hpp>
+#include <TavloReader/PassiveAuthentication.hpp>
 
 #include <pthread.h>
 #include <unistd.h>
@@ -15,7 +16,6 @@
 #include <string>
 
 #include "Authority.hpp"
-#include "Checks.hpp"
 #include "Server.hpp"
 
 namespace tavlo::sandbox {
@@ -75,7 +75,7 @@ int run(int argc, const char* const* argv, const sigset_t& stopSignals) {
 
   Authority authority;
   try {
-    if (!csca.empty()) settings.anchors = readAnchors(csca);
+    if (!csca.empty()) settings.anchors = reader::trustAnchorsIn(csca);
     authority = Authority::prepare(
         fs::absolute(state.empty() ? foundation::applicationSupportFolder() / "sandbox" : fs::path(state)));
   } catch (const std::runtime_error& error) {

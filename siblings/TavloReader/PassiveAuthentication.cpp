@@ -1,5 +1,6 @@
 #include <TavloReader/PassiveAuthentication.hpp>
 
+#include <Foundation/UTF8.hpp>
 #include <TavloReader/TLV.internal.hpp>
 
 #include <openssl/asn1t.h>
@@ -290,6 +291,23 @@ std::vector<Certificate> readAnchors(const TrustAnchors& anchors) {
 }
 
 }  // namespace
+
+TrustAnchors trustAnchorsIn(const std::filesystem::path& folder) {
+  std::size_t room = std::size_t{64} << 20;
+  TrustAnchors anchors;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::filesystem::path& file = entry.path();
+    if (!entry.is_regular_file() || file.filename().native().starts_with('.')) continue;
+    anchors.push_back(foundation::contentsOf(file, room));
+    room -= anchors.back().size();
+    if (readAnchor(anchors.back()).empty()) {
+      throw ReaderError(foundation::makeValidUTF8(file.string()) +
+                        " is no certificate in PEM or DER: move it out of the folder");
+    }
+  }
+  if (anchors.empty()) throw ReaderError("There is no certificate in " + foundation::makeValidUTF8(folder.string()));
+  return anchors;
+}
 
 bool AuthenticationReport::isTrusted() const {
   const auto passed = [this](std::string_view step) {

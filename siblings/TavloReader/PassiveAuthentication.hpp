@@ -3,6 +3,7 @@
 #include <Foundation/Data.hpp>
 #include <TavloReader/NFCPassportModel.hpp>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,11 @@ struct AuthenticationReport {
 
 /// The certificates of the country signing authorities (CSCA) that are trusted, each in DER or PEM.
 using TrustAnchors = std::vector<foundation::Data>;
+
+/// The certificates in the files of `folder`, hidden files and subfolders left aside. Throws ReaderError when there is
+/// none, and for a file that is no certificate: left out in silence, it would turn sound documents untrusted;
+/// std::system_error when the folder or a file cannot be read or all together take more than 64 MiB.
+[[nodiscard]] TrustAnchors trustAnchorsIn(const std::filesystem::path& folder);
 
 /// Checks that the groups are what the issuing state signed: reads the security object in the SOD, verifies its
 /// signature (RFC 5652) with the document signer's certificate beside it, that certificate with one of `anchors`

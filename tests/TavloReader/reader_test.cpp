@@ -138,6 +138,8 @@ TEST(Authentication, TellsSamplesApart) {
   EXPECT_NE(verdict(other, {}).find("!chain=no_trust_anchors"), std::string::npos);
   EXPECT_EQ(verdict({}), "not trusted !sod=not_sent ?signature=no_sod ?chain=no_sod");
   for (const Data& anchor : {Data{}, Data{1, 2, 3}}) EXPECT_THROW(verdict({}, {csca, anchor}), ReaderError);
+  EXPECT_THROW((void)trustAnchorsIn(samples / "td3-jpeg"), ReaderError);
+  EXPECT_THROW((void)trustAnchorsIn(TemporaryFolder().path()), ReaderError);
 
   const TrustAnchors authorities = {contentsOf(signedObjects / "authorities.pem")};
   for (const std::string name : {"brainpool-sha1", "rsa-sha224-indefinite", "rsa-pss-sha512", "expired"}) {
