@@ -9,6 +9,7 @@
 #include <TavloCommon/TavloCommon.hpp>
 #include <TavloReader/Log.hpp>
 
+#include <chrono>
 #include <exception>
 #include <string_view>
 #include <tuple>
@@ -21,13 +22,21 @@ using foundation::Data;
 using reader::Log;
 using uikit::UIImage;
 
+constexpr std::string_view sourceFile = "CredentialDocument";
+
 UIImage requiredAsset(std::string_view name) {
   const auto bundle = foundation::Bundle::ofLibrary("TavloCA", compiledResources);
   auto image = UIImage::named(name, *bundle);
   if (!image) {
-    foundation::fatalError("Unexpectedly found nil while unwrapping an Optional value", "CredentialDocument");
+    foundation::fatalError("Unexpectedly found nil while unwrapping an Optional value", sourceFile);
   }
   return *std::move(image);
+}
+
+[[noreturn]] void endUnimplemented(std::string_view initialiser) {
+  foundation::fatalError(
+      "Use of unimplemented initialiser " + std::string(initialiser) + " of class TavloCA.CertificationDocument",
+      sourceFile);
 }
 
 /// The image that a stored name stands for; `logMissingName` tells that there is no name.
@@ -200,6 +209,45 @@ std::string CredentialDocument::description() const {
   };
   std::apply([&](const auto&... members) { (append(members), ...); }, members());
   return text + " ";
+}
+
+void CertificationDocument::init(const Passport& passport) {
+  issuerLogoFilename_.reset();
+  issuedAt_ = std::chrono::system_clock::now();
+  passport_.reset();
+  CredentialDocument::init();  // by its name: this class's own ends the process
+  setPortraitFilename(common::persist(requiredAsset("brenu1")));
+  setSignatureFilename(passport.signatureFilename());
+  setFirstName(passport.firstName());
+  setLastName(passport.lastName());
+  setDocumentType(documentTypeFrom("H"));
+  setDocumentNumber("X47568723B");
+  setNationality("ES");
+  setDateOfBirth(passport.dateOfBirth());
+  setGender(passport.gender());
+  setDocumentExpiryDate("201121");
+  const auto logo = UIImage::named("corona");
+  issuerLogoFilename_ = logo ? common::persist(*logo) : std::nullopt;
+}
+
+std::optional<UIImage> CertificationDocument::icon() const {
+  return storedImage(issuerLogoFilename(), [] { Log::error("issuerLogo == nil"); });
+}
+
+void CertificationDocument::init(foundation::Decoder& /*decoder*/) {
+  foundation::fatalError("init(from:) has not been implemented by class TavloCA.CertificationDocument", sourceFile);
+}
+
+void CertificationDocument::init(const reader::NFCPassportModel& /*model*/) {
+  endUnimplemented("init(model:)");
+}
+
+void CertificationDocument::init(IsDemo /*isDemo*/) {
+  endUnimplemented("init(isDemo:)");
+}
+
+void CertificationDocument::init() {
+  endUnimplemented("init()");
 }
 
 }  // namespace tavlo

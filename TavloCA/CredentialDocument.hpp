@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Foundation/Coding.hpp>
+#include <Foundation/Date.hpp>
 #include <Foundation/JSONValue.hpp>
 #include <Foundation/NSObject.hpp>
 #include <TavloCA/DocumentType.hpp>
@@ -124,14 +125,41 @@ class CredentialDocument : public foundation::NSObject {
   static constexpr auto members();
 };
 
-#undef TAVLO_FIELD
-
 /// An electronic passport that was read. Adds nothing to the record: it lets an app name a passport in its types. The
 /// kind is whatever the chip says.
 class Passport : public CredentialDocument {
  public:
   using CredentialDocument::CredentialDocument;
 };
+
+/// A certificate issued to the holder of a passport; always of kind `H`. Made only by `make<T>(passport)`: every other
+/// way ends the process. Its three own fields are never written out, and what was written is read back as a base record
+/// or a Passport.
+class CertificationDocument : public CredentialDocument {
+ public:
+  using CredentialDocument::CredentialDocument;
+
+  TAVLO_FIELD(std::optional<std::string>, issuerLogoFilename, IssuerLogoFilename);  ///< name that `persist` gave
+  TAVLO_FIELD(foundation::Date, issuedAt, IssuedAt);                                ///< when this object was made
+  TAVLO_FIELD(std::shared_ptr<Passport>, passport, Passport);  ///< the app's own; the library never sets it
+
+ public:
+  /// Takes names, date of birth, gender and the name of the signature's file from `passport`, of which nothing is kept.
+  /// The rest is fixed; the portrait is the library's demo portrait, never the holder's. It and the logo "corona",
+  /// where the host app's main bundle has one, become new image files at each call; the name of one that cannot be kept
+  /// is absent. Ends the process when the library's own portrait is missing.
+  virtual void init(const Passport& passport);
+
+  /// The issuer's logo, from `issuerLogoFilename` as `image` gives the portrait.
+  [[nodiscard]] virtual std::optional<uikit::UIImage> icon() const;
+
+  [[noreturn]] void init(foundation::Decoder& decoder) override;           ///< ends the process; reads nothing
+  [[noreturn]] void init(const reader::NFCPassportModel& model) override;  ///< ends the process
+  [[noreturn]] void init(IsDemo isDemo) override;                          ///< ends the process
+  [[noreturn]] void init() override;                                       ///< ends the process
+};
+
+#undef TAVLO_FIELD
 
 }  // namespace tavlo
 

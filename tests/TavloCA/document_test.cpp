@@ -10,6 +10,8 @@
 #include "support/StandIns.hpp"
 #include "support/TemporaryFolder.hpp"
 
+#include <chrono>
+#include <functional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -122,11 +124,13 @@ TEST_F(Document, DescribesItselfInOneLine) {
 }
 
 /// Writes down each step that goes through an accessor of its own as "field value|".
-struct Recorder : Passport {
-  using Passport::Passport;
+template <class Base>
+struct Recorder : Base {
+  using Base::Base;
+  using Text = std::optional<std::string>;
   std::string steps;
 
-  void setDocumentType(std::optional<DocumentType> value) override { note("type", value ? "set" : "nil"); }
+  void setDocumentType(std::optional<DocumentType> value) override { note("type", value ? rawValue(*value) : "nil"); }
   void setDocumentNumber(std::string value) override { note("number", value); }
   void setNationality(std::string value) override { note("nationality", value); }
   void setLastName(std::string value) override { note("last", value); }
@@ -134,35 +138,36 @@ struct Recorder : Passport {
   void setDateOfBirth(std::string value) override { note("birth", value); }
   void setGender(std::string value) override { note("gender", value); }
   void setDocumentExpiryDate(std::string value) override { note("expiry", value); }
-  void setPortraitFilename(std::optional<std::string> value) override { note("portrait", value.value_or("nil")); }
-  void setSignatureFilename(std::optional<std::string> value) override { note("signature", value.value_or("nil")); }
-  void setChildren(Children value) override { note("children", std::to_string(value.size())); }
+  void setPortraitFilename(Text value) override { note("portrait", value.value_or("nil")); }
+  void setSignatureFilename(Text value) override { note("signature", value.value_or("nil")); }
+  void setChildren(CredentialDocument::Children value) override { note("children", std::to_string(value.size())); }
   [[nodiscard]] std::string gender() const override { return "own"; }
-  void note(const std::string& field, const std::string& value) { steps += field + " " + value + "|"; }
+  void note(std::string_view field, std::string_view value) { steps.append(field).append(" ").append(value) += '|'; }
 };
 
+constexpr auto placeholderSteps =
+    "portrait nil|signature nil|first Brenu|last Dannqvist|type P|number |nationality |birth 700101|gender M|expiry |";
+
 TEST_F(Document, InitialisersWriteThroughTheAccessorsInOrder) {
-  EXPECT_EQ(make<Recorder>()->steps,
-            "portrait nil|signature nil|first Brenu|last Dannqvist|type set|number |nationality |birth 700101|gender M|"
-            "expiry |");
+  EXPECT_EQ(make<Recorder<Passport>>()->steps, placeholderSteps);
   for (const bool flag : {true, false}) {
     images_->images.clear();
-    EXPECT_EQ(make<Recorder>(IsDemo{flag})->steps,
-              "portrait image-1|signature image-2|first Sven|last Svensson|type set|number 12345678|nationality SWE|"
+    EXPECT_EQ(make<Recorder<Passport>>(IsDemo{flag})->steps,
+              "portrait image-1|signature image-2|first Sven|last Svensson|type P|number 12345678|nationality SWE|"
               "birth 700101|gender M|expiry 200101|");
   }
   reader::NFCPassportModel model;
   model.add(reader::DataGroup::parse(test::dataGroup1()));
   EXPECT_EQ(
-      make<Recorder>(model)->steps,
-      "number L898902C3|nationality UTO|last ERIKSSON|first ANNA MARIA|birth 740812|expiry 120415|gender F|type set|")
+      make<Recorder<Passport>>(model)->steps,
+      "number L898902C3|nationality UTO|last ERIKSSON|first ANNA MARIA|birth 740812|expiry 120415|gender F|type P|")
       << "without pictures nothing is kept";
   EXPECT_EQ(images_->images.size(), 2U);
 
-  const auto decoded = documentFrom<Recorder>(fullJSON);
+  const auto decoded = documentFrom<Recorder<Passport>>(fullJSON);
   EXPECT_EQ(
       decoded->steps,
-      "type set|number 1|nationality 2|last 3|first 4|birth 5|gender 6|expiry 7|portrait 8|signature 9|children 1|");
+      "type A|number 1|nationality 2|last 3|first 4|birth 5|gender 6|expiry 7|portrait 8|signature 9|children 1|");
   EXPECT_EQ(decoded->json()->at("gender"), JSONValue("own")) << "encoding reads through the accessors";
   EXPECT_NE(decoded->description().find("gender own "), std::string::npos);
 }
@@ -190,28 +195,70 @@ TEST_F(Document, FromAModelTakesTheKindAndThePictures) {
   EXPECT_EQ(make<Passport>(modelOf({test::dataGroup1(twoLetters)}))->documentType(), std::nullopt);
 }
 
+TEST_F(Document, ACertificateRestsOnWhatThePassportGives) {
+  struct Holder final : Passport {
+    using Passport::Passport;
+    [[nodiscard]] std::string firstName() const override { return "Eva"; }
+  };
+  struct Certificate final : Recorder<CertificationDocument> {
+    using Recorder::Recorder;
+    void setIssuerLogoFilename(Text /*value*/) override { note("logo", ""); }
+    void setIssuedAt(Date /*value*/) override { note("issued", ""); }
+  };
+  const auto passport = make<Holder>(IsDemo{});
+  const std::string ownSteps =
+      "signature image-2|first Eva|last Svensson|type H|number X47568723B|nationality ES|birth 700101|gender M|"
+      "expiry 201121|";
+  EXPECT_EQ(make<Certificate>(*passport)->steps, placeholderSteps + ("portrait image-3|" + ownSteps));
+
+  const auto before = std::chrono::system_clock::now();
+  const auto bare = make<CertificationDocument>(*passport);
+  EXPECT_TRUE(before <= bare->issuedAt() && bare->issuedAt() <= std::chrono::system_clock::now());
+  EXPECT_EQ(bare->issuerLogoFilename(), std::nullopt);
+  EXPECT_EQ(images_->images.size(), 4U) << "a portrait for each, and no logo";
+  EXPECT_TRUE(std::ranges::equal(bare->image().value().pixels(), passport->image().value().pixels()));
+
+  const test::TemporaryFolder resources;
+  writePrivately(resources / "corona.png", greyPNG(40));
+  const auto mainBundle = Bundle::installMain(std::make_shared<FolderBundle>(resources.path()));
+  const auto certificate = make<CertificationDocument>(*passport);
+  Bundle::installMain(mainBundle);
+  EXPECT_EQ(certificate->issuerLogoFilename(), "image-6");
+  EXPECT_EQ(certificate->icon().value().pixels()[0], 40);
+  certificate->setPassport(passport);
+  EXPECT_EQ(jsonOf(*certificate),
+            R"({"documentType":"H","documentNumber":"X47568723B","nationality":"ES","lastName":"Svensson",)"
+            R"("firstName":"Eva","dateOfBirth":"700101","gender":"M","documentExpiryDate":"201121",)"
+            R"("portraitFilename":"image-5","signatureFilename":"image-2","children":[]})");
+  EXPECT_EQ(documentFrom<Passport>(jsonOf(*certificate))->description(), certificate->description());
+  EXPECT_EQ(documentFrom<CredentialDocument>(jsonOf(*certificate))->documentType(), DocumentType::H);
+}
+
 TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
   using Messages = std::vector<std::string>;
-  const Messages noData{"error: Could not get data"};
+  const Messages noData(3, "error: Could not get data");
   const test::TemporaryFolder folder;
   writePrivately(folder / "picture", greyPNG(30));
   writePrivately(folder / "text", dataOf("no image"));
-  const auto document = make<CredentialDocument>();
-  const std::tuple<std::optional<std::string>, bool, Messages, Messages> rows[] = {
-      {std::nullopt, false, {"error: portraitFilename == nil"}, {"warning: no signatureFilename"}},
-      {(folder / "picture").string(), true, {}, {}},
-      {(folder / "text").string(), false, {}, {}},
-      {"image-7", false, noData, noData},
-      {"", false, noData, noData},
-      {folder.path().string(), false, noData, noData},
+  const auto document = make<CertificationDocument>(*make<Passport>());
+  const std::tuple<std::optional<std::string>, bool, Messages> rows[] = {
+      {std::nullopt,
+       false,
+       {"error: portraitFilename == nil", "warning: no signatureFilename", "error: issuerLogo == nil"}},
+      {(folder / "picture").string(), true, {}},
+      {(folder / "text").string(), false, {}},
+      {"image-7", false, noData},
+      {"", false, noData},
+      {folder.path().string(), false, noData},
   };
-  for (const auto& [name, found, messages, signatureMessages] : rows) {
+  for (const auto& [name, found, messages] : rows) {
     document->setPortraitFilename(name);
     document->setSignatureFilename(name);
+    document->setIssuerLogoFilename(name);
     EXPECT_EQ(document->image().has_value(), found) << name.value_or("nil");
-    EXPECT_EQ(logged_.take(), messages);
     EXPECT_EQ(document->signature().has_value(), found) << name.value_or("nil");
-    EXPECT_EQ(logged_.take(), signatureMessages);
+    EXPECT_EQ(document->icon().has_value(), found) << name.value_or("nil");
+    EXPECT_EQ(logged_.take(), messages);
   }
 }
 
@@ -223,10 +270,25 @@ TEST_F(Document, FlagsAreConstantsAndEqualityIsIdentity) {
   EXPECT_FALSE(*demo == *other);
 }
 
-TEST(DocumentDeathTest, DemoEndsTheProcessWithoutTheLibrarysImages) {
+TEST(DocumentDeathTest, ProgrammingErrorsEndTheProcessWithAReport) {
+  const auto dies = [](const std::function<void()>& statement, const std::string& message) {
+    EXPECT_EXIT(statement(), testing::KilledBySignal(SIGABRT),
+                "^Fatal error: " + message + ": file CredentialDocument\n$");
+  };
+  const std::string unimplemented = "Use of unimplemented initialiser ",
+                    ofClass = " of class TavloCA.CertificationDocument";
+  dies([] { (void)make<CertificationDocument>(); }, unimplemented + "init\\(\\)" + ofClass);
+  dies([] { (void)make<CertificationDocument>(IsDemo{}); }, unimplemented + "init\\(isDemo:\\)" + ofClass);
+  dies([] { (void)make<CertificationDocument>(reader::NFCPassportModel()); },
+       unimplemented + "init\\(model:\\)" + ofClass);
+  dies([] { (void)documentFrom<CertificationDocument>("{}"); },
+       "init\\(from:\\) has not been implemented by class TavloCA.CertificationDocument");
+
+  const std::string missing = "Unexpectedly found nil while unwrapping an Optional value";
+  const auto blank = make<Passport>();
   Bundle::installOfLibrary("TavloCA", std::make_shared<FolderBundle>("/nowhere"));
-  EXPECT_EXIT((void)make<Passport>(IsDemo{}), testing::KilledBySignal(SIGABRT),
-              "^Fatal error: Unexpectedly found nil while unwrapping an Optional value: file CredentialDocument");
+  dies([] { (void)make<Passport>(IsDemo{}); }, missing);
+  dies([&] { (void)make<CertificationDocument>(*blank); }, missing);
   Bundle::installOfLibrary("TavloCA", nullptr);
 }
 
