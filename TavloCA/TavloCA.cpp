@@ -79,6 +79,17 @@ void fail(const Completion& completion, std::string_view message) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the declared ones would hide the fields
+DocumentMeta::DocumentMeta(std::optional<std::string> type, std::optional<std::string> subType,
+                           std::optional<std::string> expiryDate, std::optional<std::string> birthDate,
+                           std::optional<std::string> sex, std::optional<std::string> nation)
+    : documentType(std::move(type)),
+      documentSubType(std::move(subType)),
+      documentExpiryDate(std::move(expiryDate)),
+      dateOfBirth(std::move(birthDate)),
+      gender(std::move(sex)),
+      nationality(std::move(nation)) {}
+
 void TavloCA::verify(const reader::NFCPassportModel& model, const Passport& passport, const uikit::UIImage& selfie,
                      Completion completion) {
   DataGroups datagroups;

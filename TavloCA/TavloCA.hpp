@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Foundation/Coding.hpp>
 #include <Foundation/Data.hpp>
 #include <Security/SecKey.hpp>
 #include <TavloCA/CAError.hpp>
@@ -12,7 +13,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace tavlo {
@@ -27,6 +30,34 @@ using Completion = std::function<void(std::optional<foundation::Data> data, std:
 
 /// The data groups of a document, in any order.
 using DataGroups = std::vector<std::shared_ptr<const reader::DataGroup>>;
+
+/// What an app may tell of a document in texts of its own, such as a kind that is none of DocumentType. Nothing is
+/// checked or reformatted. Coded by the members' names, absent ones left out; other members are ignored.
+struct DocumentMeta {
+  /// All absent.
+  DocumentMeta() = default;
+  DocumentMeta(std::optional<std::string> documentType, std::optional<std::string> documentSubType,
+               std::optional<std::string> documentExpiryDate, std::optional<std::string> dateOfBirth,
+               std::optional<std::string> gender, std::optional<std::string> nationality);
+
+  std::optional<std::string> documentType;
+  std::optional<std::string> documentSubType;
+  std::optional<std::string> documentExpiryDate;
+  std::optional<std::string> dateOfBirth;
+  std::optional<std::string> gender;
+  std::optional<std::string> nationality;
+
+  /// The table that every encoder and decoder goes by.
+  static constexpr auto members() {
+    using foundation::member;
+    return std::tuple{member("documentType", &DocumentMeta::documentType),
+                      member("documentSubType", &DocumentMeta::documentSubType),
+                      member("documentExpiryDate", &DocumentMeta::documentExpiryDate),
+                      member("dateOfBirth", &DocumentMeta::dateOfBirth),
+                      member("gender", &DocumentMeta::gender),
+                      member("nationality", &DocumentMeta::nationality)};
+  }
+};
 
 /// Verifies identity documents with the verification service. Holds no state; every operation may be called from any
 /// thread, several at once. By default the operations print what they send, personal data included, to standard output:

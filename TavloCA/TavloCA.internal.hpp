@@ -1,14 +1,17 @@
 #pragma once
 
 #include <Foundation/Coding.hpp>
+#include <TavloCA/TavloCA.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 #include <UIKit/UIDevice.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <tuple>
 
-// The records of a verification request. Their members' names are the keys on the wire.
+// The records of a verification request; the names of their members are the keys on the wire. Below them an older
+// envelope for a request, and the shape that the service declares for its answer; nothing uses either.
 
 namespace tavlo {
 
@@ -89,6 +92,49 @@ struct Verification {
                       member("biometry", &Verification::biometry), member("signing", &Verification::signing),
                       member("device", &Verification::device),     member("performance", &Verification::performance)};
   }
+};
+
+struct Instrumentation {
+  std::optional<std::string> data;
+
+  static constexpr auto members() { return std::tuple{foundation::member("data", &Instrumentation::data)}; }
+};
+
+/// The envelope.
+struct APDU {
+  std::optional<std::string> type;
+  std::optional<std::string> version;
+  std::optional<std::string> selfie;
+  std::optional<Document> passport;
+  std::optional<DocumentMeta> meta;
+  std::optional<std::string> csr;
+
+  static constexpr auto members() {
+    using foundation::member;
+    return std::tuple{member("type", &APDU::type),     member("version", &APDU::version),
+                      member("selfie", &APDU::selfie), member("passport", &APDU::passport),
+                      member("meta", &APDU::meta),     member("csr", &APDU::csr)};
+  }
+};
+
+struct Signature {
+  std::optional<std::string> cert;
+};
+
+struct VerificationStatus {
+  std::int64_t biometry;
+  std::int64_t certificate;
+  std::int64_t integrity;
+  std::int64_t registration;
+  std::int64_t validity;
+};
+
+/// The answer. It reaches an app as bytes, and what the numbers mean is the service's affair, so it has no coded form.
+struct VerificationResponse {
+  std::optional<std::string> error;
+  std::optional<Signature> signing;
+  std::int64_t status;
+  VerificationStatus verification;
 };
 
 }  // namespace tavlo

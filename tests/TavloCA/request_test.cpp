@@ -135,10 +135,31 @@ TEST_F(Request, RecordsAreReadBackByTheirRules) {
   EXPECT_THROW((void)JSONDecoder().decode<Document>(dataOf(R"({"DG7":7})")), DecodingError);
   EXPECT_FALSE(JSONDecoder().decode<Document>(dataOf(R"({"COM":null,"DG17":1})")).COM);
 
+  const auto meta = JSONDecoder().decode<DocumentMeta>(dataOf(R"({"gender":"F","nationality":null,"other":1})"));
+  EXPECT_EQ(textOf(JSONEncoder().encode(meta)), R"({"gender":"F"})");
+  EXPECT_THROW((void)JSONDecoder().decode<DocumentMeta>(dataOf(R"({"nationality":1})")), DecodingError);
+  APDU envelope;
+  EXPECT_EQ(textOf(JSONEncoder().encode(envelope)), "{}");
+  envelope.meta.emplace();
+  EXPECT_EQ(textOf(JSONEncoder().encode(envelope)), R"({"meta":{}})");
+  envelope = {"1", "2", "3", Document(), DocumentMeta("5", "6", "7", "8", "9", "10"), "11"};
+  envelope.passport->DG1 = "4";
+  const std::string full =
+      R"({"type":"1","version":"2","selfie":"3","passport":{"DG1":"4"},"meta":{"documentType":"5",)"
+      R"("documentSubType":"6","documentExpiryDate":"7","dateOfBirth":"8","gender":"9","nationality":"10"},"csr":"11"})";
+  EXPECT_EQ(textOf(JSONEncoder().encode(envelope)), full);
+  EXPECT_EQ(textOf(JSONEncoder().encode(JSONDecoder().decode<APDU>(dataOf(full)))), full);
+  EXPECT_EQ(textOf(JSONEncoder().encode(JSONDecoder().decode<Instrumentation>(dataOf("{}")))), "{}");
+  EXPECT_EQ(textOf(JSONEncoder().encode(Instrumentation{"x"})), R"({"data":"x"})");
+
   Performance unwritable;
   unwritable.dgreadtime.emplace().DG2 = NAN;
   EXPECT_THROW((void)JSONEncoder().encode(unwritable), EncodingError);
 }
+
+template <class T>
+constexpr bool isPlainShape = std::is_aggregate_v<T> && !HasMembers<T> && !EncodesItself<T>;
+static_assert(isPlainShape<VerificationResponse> && isPlainShape<VerificationStatus> && isPlainShape<Signature>);
 
 }  // namespace
 }  // namespace tavlo
