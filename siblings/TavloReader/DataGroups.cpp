@@ -75,7 +75,7 @@ DataGroup2::DataGroup2(Data file) : DataGroup(DataGroupId::DG2, std::move(file))
     TLVReader biometric(templates.next(0x7F60), name(id()));
     while (!biometric.atEnd()) {
       const TLV element = biometric.next();
-      if (element.tag == 0x5F2E || element.tag == 0x7F2E) readFaceRecord(element.value);
+      if (element.tag == 0x5F2E || element.tag == 0x7F2E) readFaces(element);
     }
   }
   templates.expectEnd();
@@ -107,22 +107,67 @@ class RecordReader {
   DataView rest_;
 };
 
+constexpr std::string_view formatAndVersion(
+    "FAC\0"
+    "010\0",
+    8);
+
+/// The first element of an element's value with this tag; absent when there is none.
+std::optional<DataView> find(std::uint32_t tag, DataView value) {
+  TLVReader reader(value, name(DataGroupId::DG2));
+  while (!reader.atEnd()) {
+    const TLV element = reader.next();
+    if (element.tag == tag) return element.value;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
+void DataGroup2::readFaces(const TLV& record) {
+  if (textOf(record.value).starts_with(formatAndVersion)) {
+    readFaceRecord(record.value);
+  } else if (record.tag == 0x7F2E) {
+    readFaceBlock(record.value);
+  } else {
+    addOddity("a face record of an unknown format");
+  }
+}
+
+void DataGroup2::readFaceBlock(DataView block) {
+  // Around the two fields there are one or more of: standardised data, the block's own tag, a sequence.
+  constexpr std::array<std::uint32_t, 3> wrappers = {0xA1, 0x65, 0x30};
+  constexpr std::uint32_t representations = 0xA1;
+  for (std::size_t depth = 0; depth < wrappers.size(); ++depth) {
+    TLVReader outer(block, name(id()));
+    const TLV only = outer.next();
+    if (!outer.atEnd() || std::ranges::find(wrappers, only.tag) == wrappers.end()) break;
+    block = only.value;
+  }
+  const auto list = find(representations, block);
+  if (!list) return addOddity("a face record of an unknown format");
+
+  TLVReader faces(*list, name(id()));
+  while (!faces.atEnd()) {
+    // The representation, one of the standard's own and no extension, flat and not in space, its encoded picture.
+    std::optional<DataView> face = faces.next(0x30);
+    for (const std::uint32_t tag : {0xA1, 0xA0, 0xA0, 0x80}) {
+      if (face) face = find(tag, *face);
+    }
+    if (face) {
+      faces_.push_back(*face);
+    } else {
+      addOddity("a face without a flat picture");
+    }
+  }
+}
+
 void DataGroup2::readFaceRecord(DataView record) {
-  using namespace std::string_view_literals;
-  constexpr auto formatAndVersion =
-      "FAC\0"
-      "010\0"sv;
   constexpr std::size_t headerSize = 14;
   constexpr std::size_t personSize = 14;
   constexpr std::size_t pointSize = 8;
   constexpr std::size_t pictureSize = 12;
 
-  if (!textOf(record).starts_with(formatAndVersion)) {
-    addOddity("a face record of an unknown format");
-    return;
-  }
   RecordReader header(record);
   header.bytes(formatAndVersion.size());
   const std::size_t length = header.number(4);

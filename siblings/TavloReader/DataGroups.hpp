@@ -15,6 +15,8 @@
 
 namespace tavlo::reader {
 
+struct TLV;
+
 /// EF.COM: what the document says of itself. It is not signed; the list of groups to trust is the one in the SOD.
 class COM : public DataGroup {
  public:
@@ -45,12 +47,14 @@ class DataGroup1 : public DataGroup {
 class DataGroup2 : public DataGroup {
  public:
   explicit DataGroup2(foundation::Data file);
-  /// The encoded pictures out of the face records (ISO/IEC 19794-5), the portrait first. Views into `this`.
+  /// The encoded pictures out of the face records (ISO/IEC 19794-5 and 39794-5), the portrait first. Views into `this`.
   /// A record of another standard is an oddity and gives no picture.
   [[nodiscard]] const std::vector<foundation::DataView>& faces() const noexcept { return faces_; }
 
  private:
-  void readFaceRecord(foundation::DataView record);
+  void readFaces(const TLV& record);
+  void readFaceRecord(foundation::DataView record);  ///< ISO/IEC 19794-5
+  void readFaceBlock(foundation::DataView block);    ///< ISO/IEC 39794-5
   std::vector<foundation::DataView> faces_;
 };
 

@@ -70,6 +70,8 @@ TEST(DataGroup, RefusalsSayWhereAndWhat) {
       {face(11, 1), "DG2: a face record of 1 byte"},
       {face(17, 3), "DG2: a face of 3 bytes"},
       {face(19, 2), "DG2: a face record ends 12 bytes too early"},
+      {dataGroup2Around(tlv(0xA1, Data{0xA1, 2, 0x30, 1}), 0x7F2E),
+       "DG2: length 1 after tag 30 runs past the end, 0 bytes left"},
       {tlv(0x67, joined({tlv(0x02, Data{0, 1}), tlv(0x5F43, picture)})), "DG7: a count of 2 bytes"},
       {tlv(0x67, joined({tlv(0x02, Data{1}), tlv(0x5F40, picture)})), "DG7: tag 5F40 where 5F43 is expected"},
       {tlv(0x6B, joined({names, many})), "DG11: too many items"},
@@ -95,6 +97,19 @@ TEST(DataGroup, ContentIsParsed) {
   EXPECT_EQ(textOf(two.faces().at(1)), textOf(picture));
   const DataGroup2 none(dataGroup2Around(names));
   EXPECT_EQ(none.oddities(), std::vector<std::string>{"a face record of an unknown format"});
+
+  const auto representation = [](DataView choice) {
+    return tlv(0x30, joined({tlv(0x80, Data{0}), tlv(0xA1, choice)}));
+  };
+  const Data flat = representation(tlv(0xA0, tlv(0xA0, joined({tlv(0x81, names), tlv(0x80, picture)}))));
+  const Data block = joined({tlv(0xA0, Data{}), tlv(0xA1, joined({flat, representation(tlv(0xA1, flat)), flat}))});
+  for (const Data& wrapped : {block, tlv(0xA1, block), tlv(0x65, block), tlv(0xA1, tlv(0x65, tlv(0x30, block)))}) {
+    const DataGroup2 faces(dataGroup2Around(wrapped, 0x7F2E));
+    ASSERT_EQ(faces.faces().size(), 2U);
+    EXPECT_EQ(textOf(faces.faces().back()), textOf(picture));
+    EXPECT_EQ(faces.oddities(), std::vector<std::string>{"a face without a flat picture"});
+  }
+  EXPECT_EQ(DataGroup2(dataGroup2Around(tlv(0x82, names), 0x7F2E)).oddities(), none.oddities());
 
   const Data several = joined({tlv(0x02, Data{2}), tlv(0x5F0F, "DOE<<J"), tlv(0x5F0F, "M\xFCLLER")});
   const DataGroup11 eleven(tlv(0x6B, joined({tlv(0x5F0E, "ERIKSSON<<ANNA<MARIA<<<"), tlv(0xA0, several),
