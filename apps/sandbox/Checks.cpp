@@ -24,10 +24,13 @@ Result resultOf(reader::AuthenticationStep::Result result) {
   return Result::notChecked;
 }
 
-void authenticateDocument(Answer& answer, const Request& request, const reader::TrustAnchors& anchors) {
-  for (const auto& step : reader::authenticate(request.model, anchors).steps) {
+void authenticateDocument(Answer& answer, const Request& request, const reader::TrustAnchors& anchors,
+                          year_month_day today) {
+  for (const auto& step : reader::authenticate(request.model, anchors, std::chrono::sys_days(today)).steps) {
     const bool isGroup = step.name.starts_with("DG");
-    answer.reasons.push_back({isGroup ? "integrity" : "certificate", resultOf(step.result), step.reason, step.text});
+    Result result = resultOf(step.result);
+    if (!step.required && result == Result::failed) result = Result::notChecked;  // it only informs
+    answer.reasons.push_back({isGroup ? "integrity" : "certificate", result, step.reason, step.text});
   }
 }
 
@@ -77,7 +80,7 @@ std::optional<year_month_day> expiryDate(std::string_view digits, year_month_day
 
 Answer check(const Request& request, const reader::TrustAnchors& anchors, year_month_day today) {
   Answer answer;
-  authenticateDocument(answer, request, anchors);
+  authenticateDocument(answer, request, anchors, today);
   answer.reasons.push_back(checkValidity(request, today));
   answer.reasons.push_back(checkSelfie(request));
   answer.reasons.push_back(checkPublicKey(request));

@@ -120,11 +120,13 @@ NFCPassportModel sample(const char* folder, std::optional<DataGroupId> left = {}
 }
 
 TEST(Authentication, TellsSamplesApart) {
-  const std::string sound = " sod=read signature=valid chain=trusted";
+  const std::string sound = " sod=read signer=found signature=valid chain=trusted validity=valid validity_today=valid";
   const std::string others = " DG7=hash_match DG11=hash_match DG12=hash_match DG14=hash_match DG15=hash_match";
   const std::string all = "trusted" + sound + " DG1=hash_match DG2=hash_match" + others;
   const std::string late =
-      "not trusted sod=read signature=valid !chain=outside_validity" + all.substr(all.find(" DG1"));
+      "not trusted sod=read signer=found signature=valid chain=trusted !validity=outside_validity "
+      "!validity_today=expired" +
+      all.substr(all.find(" DG1"));
   EXPECT_EQ(verdict(sample("td3-jpeg")), all);
   EXPECT_EQ(verdict(sample("bad-dg1-flipped")), "not trusted" + sound + " !DG1=hash_mismatch DG2=hash_match" + others);
   EXPECT_EQ(verdict(sample("td3-jpeg", DataGroupId::DG1)),
@@ -136,7 +138,9 @@ TEST(Authentication, TellsSamplesApart) {
   EXPECT_EQ(verdict(other), "not trusted" + sound + " DG1=hash_match ?DG2=not_sent !DG3=not_in_sod" + others);
 
   EXPECT_NE(verdict(other, {}).find("!chain=no_trust_anchors"), std::string::npos);
-  EXPECT_EQ(verdict({}), "not trusted !sod=not_sent ?signature=no_sod ?chain=no_sod");
+  EXPECT_EQ(verdict({}),
+            "not trusted !sod=not_sent ?signer=no_sod ?signature=no_sod ?chain=no_sod ?validity=no_sod "
+            "?validity_today=no_sod ?DG1=not_sent");
   for (const Data& anchor : {Data{}, Data{1, 2, 3}}) EXPECT_THROW(verdict({}, {csca, anchor}), ReaderError);
   EXPECT_THROW((void)trustAnchorsIn(samples / "td3-jpeg"), ReaderError);
   EXPECT_THROW((void)trustAnchorsIn(TemporaryFolder().path()), ReaderError);
