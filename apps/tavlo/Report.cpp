@@ -88,22 +88,6 @@ std::vector<const reader::TextDataGroup*> textGroupsOf(const NFCPassportModel& m
   return groups;
 }
 
-using Rows = std::vector<std::pair<std::string, std::string>>;
-
-/// A title, and under it the rows with their labels in one column; nothing without rows.
-void appendSection(std::string& text, std::string_view title, const Rows& rows) {
-  std::size_t width = 0;
-  for (const auto& [label, content] : rows) width = std::max(width, label.size());
-  if (!rows.empty()) text.append(text.empty() ? "" : "\n").append(title).append("\n");
-  for (const auto& [label, content] : rows) {
-    text.append("  ")
-        .append(printable(label))
-        .append(width + 2 - label.size(), ' ')
-        .append(printable(content))
-        .append("\n");
-  }
-}
-
 Rows findingRows(const DocumentReading& document, FileFinding::Kind kind) {
   Rows rows;
   for (const auto& finding : document.findings) {
@@ -194,6 +178,19 @@ JSONValue jsonOf(const Picture& picture) {
 }
 
 }  // namespace
+
+void appendSection(std::string& text, std::string_view title, const Rows& rows) {
+  std::size_t width = 0;
+  for (const auto& [label, content] : rows) width = std::max(width, label.size());
+  if (!rows.empty()) text.append(text.empty() ? "" : "\n").append(title).append("\n");
+  for (const auto& [label, content] : rows) {
+    text.append("  ")
+        .append(printable(label))
+        .append(width + 2 - label.size(), ' ')
+        .append(printable(content))
+        .append("\n");
+  }
+}
 
 std::string textReport(const DocumentReading& document) {
   const NFCPassportModel& model = document.model;

@@ -63,11 +63,6 @@ void writeAll(int fd, DataView bytes, const std::string& name) {
   }
 }
 
-void flushFolder(const std::filesystem::path& folder) {
-  const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() < 0 || ::fsync(fd.get()) != 0) throwSystemError(errno, "cannot flush the folder " + folder.string());
-}
-
 std::string randomSuffix() {
   std::array<unsigned char, 8> bytes{};
   if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
@@ -139,6 +134,11 @@ bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists 
   }
   flushFolder(folder);
   return true;
+}
+
+void flushFolder(const std::filesystem::path& folder) {
+  const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0 || ::fsync(fd.get()) != 0) throwSystemError(errno, "cannot flush the folder " + folder.string());
 }
 
 void createPrivateFolder(const std::filesystem::path& folder) {
