@@ -4,6 +4,10 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class App;
+}
+
 // The commands and their options. Each returns when its work is done and throws Failure when it cannot be.
 
 namespace tavlo::app {
@@ -41,5 +45,8 @@ struct PostOptions {
 };
 /// Posts the bytes of a file and writes the answer to standard output.
 void post(const PostOptions& options);
+
+/// Adds the command that makes fictitious documents.
+void addMakePassport(CLI::App& app);
 
 }  // namespace tavlo::app

@@ -70,6 +70,8 @@ int run(int argc, const char* const* argv) {
   command->add_option("--trust", postOptions.trust, trustText)->type_name("CA.pem");
   command->callback([&] { post(postOptions); });
 
+  addMakePassport(app);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
