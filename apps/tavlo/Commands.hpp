@@ -15,10 +15,11 @@ namespace tavlo::app {
 struct InspectOptions {
   std::vector<std::string> paths;
   bool json = false;
+  std::optional<std::string> csca;
   std::optional<std::string> portrait;
   std::optional<std::string> signature;
 };
-/// Writes what a document holds to standard output, and its pictures to files.
+/// Writes what a document holds to standard output, whether its groups are authentic if asked, and pictures to files.
 void inspect(const InspectOptions& options);
 
 struct RequestOptions {

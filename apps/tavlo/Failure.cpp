@@ -20,6 +20,7 @@ constexpr std::array table{
     Row{ExitCode::output, "the output cannot be written"},
     Row{ExitCode::keyStore, "no key pair could be found or made for the document"},
     Row{ExitCode::request, "the request could not be built"},
+    Row{ExitCode::untrusted, "inspect --csca: the document is not trusted; why is in the report"},
     Row{ExitCode::documents, "the folder of documents: no such document, a damaged one, or no access"},
     Row{ExitCode::unreachable, "no such host, nothing listens there, or no network"},
     Row{ExitCode::timeout, "nothing moved for 60 seconds"},

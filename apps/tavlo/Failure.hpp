@@ -14,6 +14,7 @@ enum class ExitCode {
   output = 4,
   keyStore = 5,
   request = 6,
+  untrusted = 7,
   documents = 8,
   unreachable = 10,
   timeout = 11,

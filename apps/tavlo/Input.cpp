@@ -68,6 +68,10 @@ uikit::UIImage loadSelfie(const std::string& file) {
   return reading(file, [&] { return uikit::UIImage::decode(foundation::contentsOf(file, maximumSelfieSize)); });
 }
 
+reader::TrustAnchors loadAnchors(const std::string& folder) {
+  return reading(folder, [&] { return reader::trustAnchorsIn(folder); });
+}
+
 foundation::Data loadFile(const std::string& file) {
   return reading(file, [&] { return foundation::contentsOf(file); });
 }

@@ -2,6 +2,7 @@
 
 #include <Foundation/Data.hpp>
 #include <TavloReader/DocumentSource.hpp>
+#include <TavloReader/PassiveAuthentication.hpp>
 #include <UIKit/UIImage.hpp>
 
 #include <string>
@@ -20,6 +21,9 @@ namespace tavlo::app {
 
 /// The picture in `file`.
 [[nodiscard]] uikit::UIImage loadSelfie(const std::string& file);
+
+/// The certificates of signing authorities in `folder`.
+[[nodiscard]] reader::TrustAnchors loadAnchors(const std::string& folder);
 
 /// The bytes of `file`.
 [[nodiscard]] foundation::Data loadFile(const std::string& file);

@@ -17,6 +17,8 @@ namespace tavlo::app {
 using foundation::JSONArray;
 using foundation::JSONObject;
 using foundation::JSONValue;
+using reader::AuthenticationReport;
+using reader::AuthenticationStep;
 using reader::DocumentReading;
 using reader::FileFinding;
 using reader::MRZ;
@@ -43,6 +45,13 @@ constexpr std::array zoneFields{
     ZoneField{"optionalData", "optional data", &MRZ::optionalData},
     ZoneField{"optionalData2", "optional data 2", &MRZ::optionalData2},
 };
+
+/// What passive authentication leaves open.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 3> notProven{{
+    {"chip", "No check asked the chip whether it is the original: a copy of its files passes as well."},
+    {"holder", "Nobody was compared with the portrait."},
+    {"revocation", "No revocation list was read: a certificate may have been withdrawn."},
+}};
 
 /// A picture in DG2 or DG7, and what became of decoding it.
 struct Picture {
@@ -131,6 +140,45 @@ Rows oddityRows(const DocumentReading& document) {
   return rows;
 }
 
+std::string_view name(AuthenticationStep::Result result) {
+  switch (result) {
+    case AuthenticationStep::Result::passed:
+      return "passed";
+    case AuthenticationStep::Result::failed:
+      return "failed";
+    case AuthenticationStep::Result::notChecked:
+      break;
+  }
+  return "not checked";
+}
+
+Rows authenticationRows(const AuthenticationReport& authentication) {
+  Rows rows;
+  for (const auto& step : authentication.steps) {
+    const std::string informs = step.required ? "" : ", only informs";
+    rows.emplace_back(step.name, std::string(name(step.result)) + ", " + step.reason + informs + ": " + step.text);
+  }
+  rows.emplace_back("verdict", verdictOf(authentication));
+  return rows;
+}
+
+JSONValue jsonOf(const AuthenticationReport& authentication) {
+  JSONArray steps;
+  for (const auto& step : authentication.steps) {
+    steps.emplace_back(JSONObject{{"name", step.name},
+                                  {"result", std::string(name(step.result))},
+                                  {"reason", step.reason},
+                                  {"required", step.required},
+                                  {"text", step.text}});
+  }
+  JSONObject open;
+  for (const auto& [key, text] : notProven) open[std::string(key)] = std::string(text);
+  return JSONObject{{"trusted", authentication.isTrusted()},
+                    {"verdict", verdictOf(authentication)},
+                    {"steps", std::move(steps)},
+                    {"notProven", std::move(open)}};
+}
+
 JSONValue jsonOf(const FileFinding& finding, const NFCPassportModel& model) {
   JSONArray oddities(finding.oddities.begin(), finding.oddities.end());
   JSONObject file{{"file", finding.name}, {"oddities", std::move(oddities)}};
@@ -192,7 +240,17 @@ void appendSection(std::string& text, std::string_view title, const Rows& rows) 
   }
 }
 
-std::string textReport(const DocumentReading& document) {
+std::string verdictOf(const AuthenticationReport& authentication) {
+  if (authentication.isTrusted()) return "trusted: all groups that were read are as they were signed";
+  std::string reasons;
+  for (const auto& step : authentication.steps) {
+    if (!step.required || step.result == AuthenticationStep::Result::passed) continue;
+    reasons.append(reasons.empty() ? "" : ", ").append(step.name).append(" ").append(step.reason);
+  }
+  return "not trusted: " + reasons;
+}
+
+std::string textReport(const DocumentReading& document, const Authentication& authentication) {
   const NFCPassportModel& model = document.model;
   std::string text;
   appendSection(text, "Data groups", findingRows(document, FileFinding::Kind::group));
@@ -210,10 +268,14 @@ std::string textReport(const DocumentReading& document) {
   appendSection(text, "Odd", oddityRows(document));
   appendSection(text, "Left aside", findingRows(document, FileFinding::Kind::leftAside));
   appendSection(text, "Malformed", findingRows(document, FileFinding::Kind::malformed));
+  if (authentication) {
+    appendSection(text, "Passive authentication", authenticationRows(*authentication));
+    appendSection(text, "What it does not prove", Rows(notProven.begin(), notProven.end()));
+  }
   return text;
 }
 
-JSONValue jsonReport(const DocumentReading& document) {
+JSONValue jsonReport(const DocumentReading& document, const Authentication& authentication) {
   const NFCPassportModel& model = document.model;
   JSONArray texts;
   for (const auto* group : textGroupsOf(model)) {
@@ -230,6 +292,7 @@ JSONValue jsonReport(const DocumentReading& document) {
                     {"pictures", std::move(pictures)},
                     {"leftAside", jsonOf(document, FileFinding::Kind::leftAside)},
                     {"malformed", jsonOf(document, FileFinding::Kind::malformed)}};
+  if (authentication) report["authentication"] = jsonOf(*authentication);
   if (const auto* com = model.find<reader::COM>()) report["contents"] = jsonOf(*com);
   if (const auto* dg1 = model.find<reader::DataGroup1>()) report["printedData"] = jsonOf(dg1->mrz());
   return report;

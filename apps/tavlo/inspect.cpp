@@ -26,12 +26,14 @@ void exportPicture(const std::optional<uikit::UIImage>& image, std::string_view 
 void inspect(const InspectOptions& options) {
   auto document = readDocument(options.paths);
   std::ranges::stable_sort(document.findings, {}, &reader::FileFinding::group);
+  Authentication authentication;
+  if (options.csca) authentication = reader::authenticate(document.model, loadAnchors(*options.csca));
   if (options.json) {
-    auto json = foundation::JSONEncoder().encode(jsonReport(document));
+    auto json = foundation::JSONEncoder().encode(jsonReport(document, authentication));
     json.push_back('\n');
     deliver(json);
   } else {
-    deliver(foundation::dataOf(textReport(document)));
+    deliver(foundation::dataOf(textReport(document, authentication)));
   }
   if (options.portrait) exportPicture(document.model.passportImage(), "portrait", options.portrait);
   if (options.signature) exportPicture(document.model.signatureImage(), "signature", options.signature);
@@ -41,6 +43,9 @@ void inspect(const InspectOptions& options) {
   if (malformed > 0)
     throw Failure(ExitCode::input, "Malformed files: " + std::to_string(malformed) + ", as told above");
   if (document.model.dataGroupsRead().empty()) throw Failure(ExitCode::input, "None of the files is a data group");
+  if (authentication && !authentication->isTrusted()) {
+    throw Failure(ExitCode::untrusted, "The document is " + verdictOf(*authentication));
+  }
 }
 
 }  // namespace tavlo::app

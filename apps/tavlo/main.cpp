@@ -33,11 +33,16 @@ int run(int argc, const char* const* argv) {
   CLI::App* command = addCommand(app, "inspect", "Show what a document holds, personal data included",
                                  "  tavlo inspect samples/td3-jpeg\n"
                                  "  tavlo inspect EF_COM.bin DG1.bin --json\n"
+                                 "  tavlo inspect samples/td3-jpeg --csca samples/trust\n"
                                  "  tavlo inspect samples/td3-jpeg --portrait portrait.png\n");
   command->add_option("paths", inspectOptions.paths, "One folder, or files that together are one document")
       ->required()
       ->type_name("FOLDER|FILE");
   command->add_flag("--json", inspectOptions.json, "Write the report as JSON");
+  command
+      ->add_option("--csca", inspectOptions.csca,
+                   "Authenticate the groups, trusting the signing authorities whose certificates are there")
+      ->type_name("FOLDER");
   command->add_option("--portrait", inspectOptions.portrait, "Write the portrait there as PNG")->type_name("FILE");
   command->add_option("--signature", inspectOptions.signature, "Write the signature there as PNG")->type_name("FILE");
   command->callback([&] { inspect(inspectOptions); });

@@ -28,6 +28,7 @@ using Arguments = std::vector<std::string>;
 
 const std::string samples = TAVLO_SAMPLES_DIR;
 const std::string selfie = samples + "/selfie.png";
+const std::string trust = samples + "/trust";
 
 mode_t modeOf(const std::filesystem::path& file) {
   struct stat status {};
@@ -95,6 +96,11 @@ TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
       {{"inspect", "@notes.txt"}, 3, "Left aside\n", "None of the files is a data group"},
       {{"inspect", "@cut"}, 3, "Malformed\n", "Malformed files: 1"},
       {{"inspect", "@nameless", "--portrait", "@p.png"}, 3, "DG14", "no portrait"},
+      {{"inspect", "@nameless", "--csca", "@passport"}, 3, "", "is no certificate in PEM or DER"},
+      {{"inspect", "@nameless", "--csca", trust},
+       7,
+       "DG14            not checked, no_sod",
+       "not trusted: sod not_sent"},
       {{"request", "--passport", "@cut", "--selfie", selfie}, 3, "", "DG1.bin is malformed: DG1"},
       {{"request", "--passport", "@some", "--selfie", selfie}, 0, "\"doc\":{\"DG1\":", "DG7.bin is malformed: DG7"},
       {{"request", "--passport", "@passport", "--selfie", "@notes.txt"}, 3, "", "notes.txt: "},
@@ -135,10 +141,13 @@ TEST_F(Tavlo, showsWhatADocumentHolds) {
   expectPicture("portrait.png", model.passportImage().value());
   expectPicture("signature.png", model.signatureImage().value());
 
-  ASSERT_EQ(tavlo({"inspect", "@passport", "--json"}), 0);
+  ASSERT_EQ(tavlo({"inspect", samples + "/td3-jpeg", "--csca", trust}), 0);
+  expectPart(out_, "\n  verdict         trusted: ");
+  ASSERT_EQ(tavlo({"inspect", "@passport", "--json", "--csca", trust}), 7);
   EXPECT_NO_THROW(static_cast<void>(JSONSerialization::jsonObject(foundation::dataOf(out_))));
   for (const auto* part : {R"({"bytes":93,"file":"DG1.bin","group":"DG1","oddities":[]})", R"("lastName":"SPECIMEN")",
                            R"("composite":true)", R"("format":"JPEG","group":"DG2","height":531,"width":413})",
+                           R"("required":true,"result":"failed","text":"DG3 is not among)", R"("trusted":false)",
                            R"("text":"A\u001b[2JB")", R"({"file":"EF_CardAccess.bin","oddities":[],"text":"EF.Card)"}) {
     expectPart(out_, part);
   }
