@@ -79,7 +79,6 @@ void fail(const Completion& completion, std::string_view message) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the declared ones would hide the fields
 DocumentMeta::DocumentMeta(std::optional<std::string> type, std::optional<std::string> subType,
                            std::optional<std::string> expiryDate, std::optional<std::string> birthDate,
                            std::optional<std::string> sex, std::optional<std::string> nation)

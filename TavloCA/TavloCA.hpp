@@ -36,6 +36,7 @@ using DataGroups = std::vector<std::shared_ptr<const reader::DataGroup>>;
 struct DocumentMeta {
   /// All absent.
   DocumentMeta() = default;
+  // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): in the definition they would hide the fields
   DocumentMeta(std::optional<std::string> documentType, std::optional<std::string> documentSubType,
                std::optional<std::string> documentExpiryDate, std::optional<std::string> dateOfBirth,
                std::optional<std::string> gender, std::optional<std::string> nationality);

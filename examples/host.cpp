@@ -55,9 +55,9 @@ class OwnSession final : public foundation::URLSession {
       exchanges_.pop_front();
       lock.unlock();
       const std::string& url = request.url.absoluteString();
-      const std::string size = std::to_string(request.httpBody.size());
-      handler(foundation::dataOf(request.httpMethod + " " + url + ": " + size + " bytes"),
-              foundation::URLResponse{200, url}, nullptr);
+      std::string answer = request.httpMethod;
+      answer.append(" ").append(url).append(", ").append(std::to_string(request.httpBody.size())).append(" bytes");
+      handler(foundation::dataOf(answer), foundation::URLResponse{200, url}, nullptr);
     }
   }
 
