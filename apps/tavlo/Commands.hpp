@@ -50,4 +50,7 @@ void post(const PostOptions& options);
 /// Adds the command that makes fictitious documents.
 void addMakePassport(CLI::App& app);
 
+/// Adds `tavlo docs` and its commands, which keep documents in a folder.
+void addDocs(CLI::App& app);
+
 }  // namespace tavlo::app

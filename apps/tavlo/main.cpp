@@ -75,6 +75,7 @@ int run(int argc, const char* const* argv) {
   command->add_option("--trust", postOptions.trust, trustText)->type_name("CA.pem");
   command->callback([&] { post(postOptions); });
 
+  addDocs(app);
   addMakePassport(app);
 
   try {
