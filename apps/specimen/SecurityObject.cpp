@@ -82,6 +82,9 @@ Data securityObject(const Files& groups, const Signature& signature, const Autho
   if (hash == hashes.end()) throw std::invalid_argument("no such hash function: " + signature.hash);
   const bool isRSA = signature.key.starts_with("RSA");
   if (signature.probabilistic && !isRSA) throw std::invalid_argument("only RSA keys sign with PSS padding");
+  if (signature.probabilistic && signature.indefiniteLengths) {  // OpenSSL writes none of these
+    throw std::invalid_argument("PSS padding and indefinite lengths do not go together");
+  }
   if (signature.explicitParameters && isRSA) throw std::invalid_argument("only curves have parameters to write out");
 
   const Data content = hashList(groups, *hash);
@@ -93,7 +96,8 @@ Data securityObject(const Files& groups, const Signature& signature, const Autho
 
   CMS_SignerInfo* const info =
       CMS_add1_signer(message.get(), signer.certificate.get(), signer.key.get(), hash->function(),
-                      CMS_NOSMIMECAP | CMS_KEY_PARAM | (signature.byKeyIdentifier ? CMS_USE_KEYID : 0U));
+                      CMS_NOSMIMECAP | (signature.probabilistic ? CMS_KEY_PARAM : 0U) |
+                          (signature.byKeyIdentifier ? CMS_USE_KEYID : 0U));
   require(info != nullptr);
   if (signature.probabilistic) {
     EVP_PKEY_CTX* const context = CMS_SignerInfo_get0_pkey_ctx(info);
