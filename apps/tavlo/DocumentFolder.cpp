@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Failure.hpp"
 #include "Output.hpp"
@@ -27,6 +28,10 @@ using foundation::DataView;
 
 namespace {
 
+/// Far more than a passport with all its certificates takes, in bytes.
+constexpr std::size_t maximumRecordSize = std::size_t{1} << 20;
+/// How many documents a folder may hold.
+constexpr std::size_t maximumDocuments = 10'000;
 /// More than any picture of a document takes, in bytes.
 constexpr std::size_t maximumPictureSize = std::size_t{64} << 20;
 /// How many documents one record may hold, itself included.
@@ -73,7 +78,7 @@ StoredDocument parse(Data json) {
   if (json.size() > maximumRecordSize) throw std::runtime_error("the record is larger than 1 MiB");
   StoredDocument stored{{}, foundation::JSONDecoder().decode<std::shared_ptr<Passport>>(json)};
   for (const std::string& name : pictureNames(*stored.document)) {
-    if (!isPlainName(name)) throw std::runtime_error("\"" + name + "\" is no plain name of a picture's file");
+    if (!isPlainName(name)) throw std::runtime_error("a picture in it has no plain file name");
   }
   stored.json = std::move(json);
   return stored;
@@ -136,7 +141,7 @@ class DocumentFolder::Pictures final : public common::ImageStore {
   /// Keeps bytes under a name of somebody else's choice, unless just these are there already.
   void keep(const std::string& name, DataView bytes) {
     if (isFile(file(name))) {
-      if (foundation::contentsOf(file(name)) == Data(bytes.begin(), bytes.end())) return;
+      if (std::ranges::equal(foundation::contentsOf(file(name)), bytes)) return;
       throw Failure(ExitCode::input, "Another picture is kept under the name " + name + " already");
     }
     foundation::createPrivateFolder(folder_);

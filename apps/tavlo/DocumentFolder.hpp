@@ -4,7 +4,6 @@
 #include <TavloCA/CredentialDocument.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 
-#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -13,11 +12,6 @@
 #include <string>
 
 namespace tavlo::app {
-
-/// Far more than a passport with all its certificates takes, in bytes.
-inline constexpr std::size_t maximumRecordSize = std::size_t{1} << 20;
-/// How many documents a folder may hold.
-inline constexpr std::size_t maximumDocuments = 10'000;
 
 /// A document as it is kept.
 struct StoredDocument {

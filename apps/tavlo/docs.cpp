@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <iostream>
@@ -94,7 +95,7 @@ void deliverInto(const fs::path& folder, const std::string& name, foundation::Da
   try {
     if (!fs::is_directory(folder)) foundation::createPrivateFolder(folder);
     if (foundation::writePrivately(file, bytes, foundation::IfExists::fail)) return;
-    if (foundation::contentsOf(file) == Data(bytes.begin(), bytes.end())) return;
+    if (std::ranges::equal(foundation::contentsOf(file), bytes)) return;
   } catch (const std::system_error& error) {
     throw Failure(ExitCode::output, error.what());
   }
@@ -327,13 +328,18 @@ void remove(const DocsOptions& options) {
   DocumentFolder(folderOf(options), Access::change).remove(options.id);
 }
 
-std::string adviceFor(const std::error_code& error) {
-  if (error == std::errc::no_space_on_device) return ". Nothing was changed: free some space and try again";
-  if (error == std::errc::read_only_file_system || error == std::errc::permission_denied ||
-      error == std::errc::operation_not_permitted) {
-    return ". Nothing was changed: make the folder accessible, or name another with --folder";
+/// What the file system's `error` means for the documents.
+Failure failureOf(const std::system_error& error) {
+  std::string text = error.what();
+  if (const auto* named = dynamic_cast<const fs::filesystem_error*>(&error)) {
+    text = named->path1().string() + ": " + error.code().message();
   }
-  return "";
+  if (error.code() == std::errc::no_space_on_device) {
+    text += ". Nothing was changed: free some space and try again";
+  } else if (error.code() == std::errc::read_only_file_system || error.code() == std::errc::permission_denied) {
+    text += ". Make the folder accessible, or name another with --folder";
+  }
+  return {ExitCode::documents, text};
 }
 
 }  // namespace
@@ -358,7 +364,7 @@ void addDocs(CLI::App& app) {
       try {
         run(*options);
       } catch (const std::system_error& error) {
-        throw Failure(ExitCode::documents, error.what() + adviceFor(error.code()));
+        throw failureOf(error);
       }
     });
     return command;
