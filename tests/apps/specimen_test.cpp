@@ -1,0 +1,303 @@
+#include <Foundation/JSONValue.hpp>
+#include <Security/SecKey.hpp>
+#include <TavloCA/TavloCA.hpp>
+#include <TavloReader/DocumentSource.hpp>
+#include <specimen/Zone.hpp>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <tuple>
+
+#include "Checks.hpp"
+#include "support/Documents.hpp"
+#include "support/Printed.hpp"
+#include "support/Program.hpp"
+#include "support/TemporaryFolder.hpp"
+
+namespace tavlo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using foundation::JSONArray;
+using foundation::JSONObject;
+using foundation::JSONSerialization;
+using foundation::JSONValue;
+using Arguments = std::vector<std::string>;
+
+const fs::path samples = TAVLO_SAMPLES_DIR;
+
+std::string textOf(const JSONValue& object, const char* key) {
+  return *object.member(key)->getIf<std::string>();
+}
+
+/// A step that must be as expected, by whatever way it is reported. Of today's validity no sample expects anything.
+std::string lineOf(const std::string& result, const std::string& reason) {
+  return result + " " + reason + "\n";
+}
+std::string linesOf(const JSONValue& steps) {
+  std::string lines;
+  for (const JSONValue& step : *steps.getIf<JSONArray>()) {
+    if (textOf(step, "name") == "validity_today") continue;
+    lines += textOf(step, "name") + " " + lineOf(textOf(step, "result"), textOf(step, "reason"));
+  }
+  return lines;
+}
+
+/// The names of files in a list of findings that have a member `key` with anything in it.
+JSONValue filesWith(const JSONValue& findings, const char* key) {
+  JSONArray names;
+  for (const JSONValue& finding : *findings.getIf<JSONArray>()) {
+    const auto* list = finding.member(key)->getIf<JSONArray>();
+    if (list == nullptr || !list->empty()) names.push_back(*finding.member("file"));
+  }
+  return names;
+}
+
+/// A report of the command line in the form of what is expected.
+JSONValue summaryOf(const JSONValue& report) {
+  JSONObject texts;
+  for (const JSONValue& item : *report.member("texts")->getIf<JSONArray>()) {
+    texts[textOf(item, "label")] = *item.member("text");
+  }
+  std::size_t faces = 0;
+  for (const JSONValue& picture : *report.member("pictures")->getIf<JSONArray>()) {
+    EXPECT_EQ(picture.member("problem"), nullptr);
+    if (textOf(picture, "group") == "DG2") ++faces;
+  }
+  JSONObject summary{
+      {"verdict", *report.member("authentication")->member("trusted") == JSONValue(true) ? "trusted" : "untrusted"},
+      {"steps", linesOf(*report.member("authentication")->member("steps"))},
+      {"texts", texts},
+      {"faces", faces},
+      {"malformed", filesWith(*report.member("malformed"), "file")},
+      {"oddities", filesWith(*report.member("groups"), "oddities")}};
+  if (const auto* printed = report.member("printedData")) {
+    summary["printedData"] = *printed;
+    summary["printedData"].getIf<JSONObject>()->erase("checkDigits");
+  }
+  return summary;
+}
+
+/// The steps as the sandbox reports them of a request that the library makes, without names.
+std::string sandboxLines(const fs::path& folder) {
+  const Printed silent;
+  const auto document = reader::readDocument(folder);
+  DataGroups groups;
+  for (const auto& [id, group] : document.model.dataGroupsRead()) groups.push_back(group);
+  const auto selfie = uikit::UIImage::decode(foundation::contentsOf(samples / "selfie.png"));
+  const auto keys = security::generateKeyPair(security::SecKeyType::ellipticCurve);
+  const auto request = TavloCA::verificationObject(groups, selfie, *keys.publicKey).value();
+  const auto answer =
+      sandbox::check(sandbox::Request::decode(request), reader::trustAnchorsIn(samples / "trust"), 2026y / 7 / 1);
+  constexpr std::size_t validityToday = 5;
+  std::string lines;
+  for (std::size_t i = 0; i < answer.reasons.size(); ++i) {
+    static constexpr const char* results[] = {"passed", "failed", "not checked"};
+    const auto& [check, result, reason, text] = answer.reasons[i];
+    const bool isOfDocument = check == "certificate" || check == "integrity";
+    if (isOfDocument && i != validityToday) lines += lineOf(results[static_cast<int>(result)], reason);
+  }
+  return lines;
+}
+
+TEST(Samples, areWhatIsExpectedOfThem) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(samples)) {
+    const fs::path& folder = entry.path();
+    if (!fs::exists(folder / "expected.json")) continue;
+    SCOPED_TRACE(folder.filename());
+    ++count;
+    JSONValue expected = JSONSerialization::jsonObject(foundation::contentsOf(folder / "expected.json"));
+    std::string steps;
+    for (const JSONValue& step : *expected.member("steps")->getIf<JSONArray>()) {
+      const std::string name = textOf(step, "name");
+      const bool isWithheld = name == "DG3";  // the service does not take it
+      steps += isWithheld ? lineOf("not checked", "not_sent") : lineOf(textOf(step, "result"), textOf(step, "reason"));
+    }
+    EXPECT_EQ(sandboxLines(folder), steps);
+
+    auto& members = *expected.getIf<JSONObject>();
+    members["steps"] = linesOf(members["steps"]);
+    Program tavlo;
+    const int status = tavlo.run({TAVLO_PROGRAM, "inspect", folder, "--csca", samples / "trust", "--json"});
+    EXPECT_EQ(summaryOf(JSONSerialization::jsonObject(foundation::dataOf(tavlo.out()))), expected) << tavlo.out();
+    const bool isSound = members["verdict"] == JSONValue("trusted") && members["malformed"] == JSONValue(JSONArray());
+    EXPECT_EQ(status == 0, isSound) << tavlo.err();
+  }
+  EXPECT_EQ(count, 28U);
+}
+
+TEST(Zone, isThatOfTheStandardsExamples) {
+  using reader::MRZ;
+  specimen::PrintedData data{.documentNumber = "L898902C3",
+                             .lastName = "Eriksson",
+                             .firstName = "Anna Maria",
+                             .dateOfBirth = "19740812",
+                             .gender = 'F',
+                             .dateOfExpiry = 2012y / 4 / 15,
+                             .optionalData = "ZE184226B"};
+  EXPECT_EQ(specimen::zone(data), exampleTD3);
+  data.format = MRZ::Format::TD1;
+  data.documentCode = "I";
+  data.documentNumber = "D23145890";
+  data.optionalData.clear();
+  EXPECT_EQ(specimen::zone(data), exampleTD1);
+  data.format = MRZ::Format::TD2;
+  EXPECT_EQ(specimen::zone(data), "I<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<D231458907UTO7408122F1204159<<<<<<<6");
+
+  data = {.format = MRZ::Format::TD1,  // a number that goes on
+          .documentCode = "I",
+          .documentNumber = "D23145890734",
+          .lastName = "Stevenson",
+          .firstName = "Peter John",
+          .dateOfBirth = "19340712",
+          .gender = 'M',
+          .dateOfExpiry = 1995y / 7 / 12,
+          .optionalData = {}};
+  EXPECT_EQ(specimen::zone(data),
+            "I<UTOD23145890<7349<<<<<<<<<<<3407127M9507122UTO<<<<<<<<<<<2STEVENSON<<PETER<JOHN<<<<<<<<<");
+  data.format = MRZ::Format::TD2;
+  EXPECT_EQ(specimen::zone(data), "I<UTOSTEVENSON<<PETER<JOHN<<<<<<<<<<D23145890<UTO3407127M95071227349<<<8");
+
+  for (const auto& [name, text] : {std::pair{"Ægir Åse-Þórðar", "AEGIR<AASE<THORDAR"},
+                                   {"d'Ünaÿ, ßtraße.", "DUENAY<SSTRASSE"},
+                                   {" Łódź  Ňĳ Œ", "LODZ<NIJ<OE"}}) {
+    EXPECT_EQ(specimen::transliterated(name), text);
+  }
+  for (const auto* name : {"A1", "a×b", "ĸ", "Zoë\xC3", "Мюллер", "😀"}) {
+    EXPECT_THROW((void)specimen::transliterated(name), std::invalid_argument) << name;
+  }
+}
+
+/// The command that makes documents, in a folder of its own.
+class MakePassport : public testing::Test {
+ protected:
+  /// Runs it with an authority and, unless there are others, a portrait; each "@name" becomes the path of that file.
+  int make(const std::string& out, const Arguments& options) {
+    Arguments command{TAVLO_PROGRAM, "make-passport", "--out", folder_ / out};
+    if (options.empty() || options.front() != "--authority") command.insert(command.end(), {"--authority", "@csca"});
+    if (options.empty() || options.front() != "--portrait") command.insert(command.end(), {"--portrait", portrait_});
+    command.insert(command.end(), options.begin(), options.end());
+    for (std::string& word : command) {
+      if (word.starts_with('@')) word = folder_ / word.substr(1);
+    }
+    Program tavlo;
+    const int status = tavlo.run(command);
+    err_ = tavlo.err();
+    return status;
+  }
+  [[nodiscard]] reader::NFCPassportModel read(const std::string& out) const {
+    return reader::readDocument(folder_ / out).model;
+  }
+  [[nodiscard]] std::map<std::string, Data> filesOf(const std::string& folder) const {
+    std::map<std::string, Data> files;
+    for (const auto& entry : fs::directory_iterator(folder_ / folder)) {
+      EXPECT_EQ(fs::status(entry.path()).permissions(), fs::perms::owner_read | fs::perms::owner_write) << entry.path();
+      files[entry.path().filename()] = foundation::contentsOf(entry.path());
+    }
+    return files;
+  }
+
+  TemporaryFolder folder_;
+  std::string portrait_ = samples / "pictures/portrait.jpg";
+  std::string err_;
+};
+
+TEST_F(MakePassport, signsInEachWayUnderOneAuthority) {
+  ASSERT_EQ(make("first", {}), 0) << err_;
+  const auto authority = filesOf("csca");
+  const reader::TrustAnchors anchors{authority.at("csca.pem")};
+  std::vector<Arguments> table{{}, {"--tamper", "indefinite", "--key-identifier", "--expires", "2049-12-31"}};
+  for (const auto* hash : {"SHA-1", "SHA-224", "SHA-256", "SHA-384", "SHA-512"}) {
+    table.push_back({"--hash", hash, "--key", "RSA-2048", "--pss", "--key-identifier"});
+    table.push_back({"--hash", hash, "--key", "brainpoolP512r1", "--explicit", "--groups", "3"});
+  }
+  for (const auto* key : {"RSA-3072", "P-224", "P-384", "P-521", "brainpoolP256r1", "brainpoolP384r1"}) {
+    table.push_back({"--key", key, "--tamper", "pad=SOD", "--tamper", "drop=COM"});
+  }
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const std::string out = std::to_string(i);
+    SCOPED_TRACE(testing::PrintToString(table[i]));
+    ASSERT_EQ(make(out, table[i]), 0) << err_;
+    EXPECT_TRUE(reader::authenticate(read(out), anchors).isTrusted());
+  }
+  EXPECT_EQ(filesOf("csca"), authority);
+
+  auto first = filesOf("first");
+  auto second = filesOf("0");
+  EXPECT_NE(first.at("EF_SOD.bin"), second.at("EF_SOD.bin"));
+  first.erase("EF_SOD.bin");
+  second.erase("EF_SOD.bin");
+  EXPECT_EQ(first, second) << "all but the signature is the same each time";
+}
+
+TEST_F(MakePassport, putsPicturesInAsTheyAre) {
+  const std::string pictures = samples / "pictures";
+  for (const auto* standard : {"19794", "39794"}) {
+    ASSERT_EQ(make(standard, {"--portrait", pictures + "/portrait.j2k", "--portrait", pictures + "/portrait.jp2",
+                              "--signature", pictures + "/signature.jpg", "--faces", standard}),
+              0)
+        << err_;
+    const auto model = read(standard);
+    const auto* faces = model.find<reader::DataGroup2>();
+    ASSERT_EQ(faces->faces().size(), 2U);
+    EXPECT_EQ(foundation::textOf(faces->faces()[0]),
+              foundation::textOf(foundation::contentsOf(pictures + "/portrait.j2k")));
+    EXPECT_TRUE(faces->oddities().empty());
+    EXPECT_EQ(model.passportImage()->height(), 160U);
+    EXPECT_EQ(model.signatureImage()->width(), 120U);
+  }
+}
+
+TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
+  foundation::writePrivately(folder_ / "notes", foundation::dataOf("notes"));
+  fs::create_directory(folder_ / "full");
+  foundation::writePrivately(folder_ / "full/csca.pem", foundation::dataOf("notes"));
+  const std::tuple<Arguments, int, std::string> table[] = {
+      {{"--portrait", samples / "selfie.png"}, 3, "no JPEG or JPEG 2000"},
+      {{"--portrait", "@notes"}, 3, "no JPEG or JPEG 2000"},
+      {{"--portrait", "@missing"}, 3, "missing"},
+      {{"--authority", "@full"}, 3, "whose key is not there"},
+      {{"--key", "P-192"}, 2, "no such kind of key"},
+      {{"--hash", "MD5"}, 2, "no such hash"},
+      {{"--pss"}, 2, "only RSA"},
+      {{"--key", "RSA-2048", "--explicit"}, 2, "only curves"},
+      {{"--key", "RSA-2048", "--pss", "--tamper", "indefinite"}, 2, "do not go together"},
+      {{"--last", "Мюллер"}, 2, "give it in Latin letters"},
+      {{"--last", "-"}, 2, "no letters"},
+      {{"--number", "UT12345678"}, 2, "longer than the 9"},
+      {{"--number", "AB 1"}, 2, "document number"},
+      {{"--code", "ID"}, 2, "document code"},
+      {{"--format", "TD1"}, 2, "document code"},
+      {{"--format", "TD4"}, 2, "--format"},
+      {{"--gender", "Y"}, 2, "--gender"},
+      {{"--nationality", "UTOP"}, 2, "longer than the 3"},
+      {{"--birth", "23.7.1985"}, 2, "no date"},
+      {{"--expires", "2035-02-29"}, 2, "no day"},
+      {{"--expires", "2025-01-01"}, 2, "not after"},
+      {{"--groups", "11,16"}, 2, "--groups"},
+      {{"--tamper", "melt=DG1"}, 2, "no such tampering"},
+      {{"--tamper", "flip"}, 2, "no such tampering"},
+      {{"--tamper", "flip=DG17"}, 2, "no such tampering"},
+      {{"--tamper", "drop=DG1:3"}, 2, "no such tampering"},
+      {{"--tamper", "unsigned=SOD"}, 2, "no such tampering"},
+      {{"--tamper", "flip=DG1:93"}, 2, "only 93 bytes"},
+      {{"--tamper", "unsigned=DG3"}, 2, "there is no DG3"},
+  };
+  for (const auto& [options, status, text] : table) {
+    SCOPED_TRACE(testing::PrintToString(options));
+    EXPECT_EQ(make("out", options), status);
+    EXPECT_NE(err_.find(text), std::string::npos) << err_;
+    EXPECT_FALSE(fs::exists(folder_ / "out"));
+  }
+  EXPECT_EQ(make("full", {}), 4);
+  EXPECT_EQ(make("notes", {}), 4);
+  EXPECT_EQ(filesOf("full").size(), 1U);
+  foundation::writePrivately(folder_ / "csca/csca-key.pem", foundation::dataOf("notes"));
+  EXPECT_EQ(make("out", {}), 3);
+}
+
+}  // namespace
+}  // namespace tavlo::test
