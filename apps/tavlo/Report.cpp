@@ -242,9 +242,11 @@ void appendSection(std::string& text, std::string_view title, const Rows& rows) 
 
 std::string verdictOf(const AuthenticationReport& authentication) {
   if (authentication.isTrusted()) return "trusted: all groups that were read are as they were signed";
+  using Result = AuthenticationStep::Result;
+  const bool anyFailed = std::ranges::count(authentication.steps, Result::failed, &AuthenticationStep::result) > 0;
   std::string reasons;
   for (const auto& step : authentication.steps) {
-    if (!step.required || step.result == AuthenticationStep::Result::passed) continue;
+    if (!step.required || step.result != (anyFailed ? Result::failed : Result::notChecked)) continue;
     reasons.append(reasons.empty() ? "" : ", ").append(step.name).append(" ").append(step.reason);
   }
   return "not trusted: " + reasons;

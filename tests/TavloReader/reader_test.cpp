@@ -1,6 +1,5 @@
 #include <TavloReader/DocumentSource.hpp>
 #include <TavloReader/Log.hpp>
-#include <TavloReader/PassiveAuthentication.hpp>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -10,12 +9,9 @@
 namespace tavlo::reader {
 namespace {
 
-using foundation::contentsOf;
 using namespace test;
 
 const std::filesystem::path samples = TAVLO_SAMPLES_DIR;
-const std::filesystem::path signedObjects = TAVLO_SIGNED_DIR;
-const Data csca = contentsOf(samples / "trust/csca.pem");
 
 /// A line for each finding: the file's name, its kind, its group, what it is, its oddities. Or why there is none.
 template <class Source = std::vector<NamedFile>>
@@ -96,71 +92,6 @@ TEST(NFCPassportModel, ShowsWhatWasRead) {
   EXPECT_TRUE(model.documentNumber().empty() && !model.passportImage() && !model.signatureImage());
   model.add(DataGroup::parse(dataGroup2(Data{0xFF, 0xD8, 0xFF, 0xE0})));
   EXPECT_FALSE(model.passportImage()) << "four bytes are no picture";
-}
-
-/// The steps in one line, failed ones with "!" and unchecked ones with "?" before them.
-std::string verdict(const NFCPassportModel& model, const TrustAnchors& anchors = {csca}) {
-  const AuthenticationReport report = authenticate(model, anchors);
-  std::string text = report.isTrusted() ? "trusted" : "not trusted";
-  for (const auto& step : report.steps) {
-    static constexpr const char* marks[] = {" ", " !", " ?"};
-    text += marks[static_cast<std::size_t>(step.result)] + step.name + "=" + step.reason;
-  }
-  return text;
-}
-
-/// A sample without one of its groups, or with another security object.
-NFCPassportModel sample(const char* folder, std::optional<DataGroupId> left = {}, const Data& securityObject = {}) {
-  NFCPassportModel model;
-  for (const auto whole = readDocument(samples / folder); const auto& [id, group] : whole.model.dataGroupsRead()) {
-    if (id != left) model.add(group);
-  }
-  if (!securityObject.empty()) model.add(DataGroup::parse(DataGroupId::SOD, securityObject));
-  return model;
-}
-
-TEST(Authentication, TellsSamplesApart) {
-  const std::string sound = " sod=read signer=found signature=valid chain=trusted validity=valid validity_today=valid";
-  const std::string others = " DG7=hash_match DG11=hash_match DG12=hash_match DG14=hash_match DG15=hash_match";
-  const std::string all = "trusted" + sound + " DG1=hash_match DG2=hash_match" + others;
-  const std::string late =
-      "not trusted sod=read signer=found signature=valid chain=trusted !validity=outside_validity "
-      "!validity_today=expired" +
-      all.substr(all.find(" DG1"));
-  EXPECT_EQ(verdict(sample("td3-jpeg")), all);
-  EXPECT_EQ(verdict(sample("bad-dg1-flipped")), "not trusted" + sound + " !DG1=hash_mismatch DG2=hash_match" + others);
-  EXPECT_EQ(verdict(sample("td3-jpeg", DataGroupId::DG1)),
-            "not trusted" + sound + " ?DG1=not_sent DG2=hash_match" + others);
-
-  NFCPassportModel other = sample("td3-jpeg", DataGroupId::DG2);
-  EXPECT_EQ(verdict(other), "trusted" + sound + " DG1=hash_match ?DG2=not_sent" + others);
-  other.add(DataGroup::parse(opaqueGroup(0x63)));
-  EXPECT_EQ(verdict(other), "not trusted" + sound + " DG1=hash_match ?DG2=not_sent !DG3=not_in_sod" + others);
-
-  EXPECT_NE(verdict(other, {}).find("!chain=no_trust_anchors"), std::string::npos);
-  EXPECT_EQ(verdict({}),
-            "not trusted !sod=not_sent ?signer=no_sod ?signature=no_sod ?chain=no_sod ?validity=no_sod "
-            "?validity_today=no_sod ?DG1=not_sent");
-  for (const Data& anchor : {Data{}, Data{1, 2, 3}}) EXPECT_THROW(verdict({}, {csca, anchor}), ReaderError);
-  EXPECT_THROW((void)trustAnchorsIn(samples / "td3-jpeg"), ReaderError);
-  EXPECT_THROW((void)trustAnchorsIn(TemporaryFolder().path()), ReaderError);
-
-  const TrustAnchors authorities = {contentsOf(signedObjects / "authorities.pem")};
-  for (const std::string name : {"brainpool-sha1", "rsa-sha224-indefinite", "rsa-pss-sha512", "expired"}) {
-    const auto model = sample("td3-jpeg", DataGroupId::SOD, contentsOf(signedObjects / (name + ".bin")));
-    EXPECT_EQ(verdict(model, authorities), name == "expired" ? late : all) << name;
-    EXPECT_FALSE(authenticate(model, {contentsOf(signedObjects / "namesake.pem")}).isTrusted()) << name;
-  }
-}
-
-TEST(Authentication, NoAlteredSecurityObjectIsTrusted) {
-  Data file = contentsOf(samples / "td3-jpeg/EF_SOD.bin");
-  // The steps miss the few bytes that nothing relies on: versions, and the name of the signature algorithm.
-  for (std::size_t i = 4; i < file.size(); i += 17) {
-    file[i] ^= 0x10;
-    EXPECT_FALSE(authenticate(sample("td3-jpeg", DataGroupId::SOD, file), {csca}).isTrusted()) << "byte " << i;
-    file[i] ^= 0x10;
-  }
 }
 
 TEST(Log, WritesWholeLinesToStandardErrorUnlessToldOtherwise) {
