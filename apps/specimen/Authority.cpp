@@ -15,7 +15,6 @@
 namespace tavlo::specimen {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 using foundation::Data;
 using foundation::IfExists;
 
@@ -56,8 +55,8 @@ Identity load(const fs::path& file) {
 
 Authority Authority::make() {
   Identity identity = certified(newKey("P-384"), {.name = "CSCA Utopia Specimens",
-                                                  .begin = 2020y / 1 / 1,
-                                                  .end = 2050y / 1 / 1,
+                                                  .begin = firstYear / 1 / 1,
+                                                  .end = (lastYear + std::chrono::years(1)) / 1 / 1,
                                                   .extensions = "basicConstraints = critical, CA:TRUE, pathlen:0\n"
                                                                 "keyUsage = critical, keyCertSign, cRLSign\n"});
   return Authority(std::make_shared<const Identity>(std::move(identity)));

@@ -2,17 +2,23 @@
 
 #include <Foundation/Data.hpp>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 namespace tavlo::specimen {
 
 struct Identity;
 
+/// The years in which all authorities are valid, and so all documents.
+inline constexpr std::chrono::year firstYear{2000};
+inline constexpr std::chrono::year lastYear{2049};
+
 /// Utopia's country signing authority (CSCA): an EC key on P-384 and its certificate. A value; copies share the key.
 class Authority {
  public:
-  /// A new authority that is kept nowhere. All have one name and are valid from 2020 to 2049.
+  /// A new authority that is kept nowhere. All have one name.
   [[nodiscard]] static Authority make();
 
   /// The authority in `folder`, made on the first use: its key in csca-key.pem, its certificate there and in csca.pem.

@@ -1,5 +1,7 @@
 #include <specimen/Document.hpp>
 
+#include <specimen/Identity.internal.hpp>
+
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>
@@ -21,12 +23,6 @@ std::string fullName(const Document& document) {
   if (!document.printed.firstName.empty()) name += "<<" + document.printed.firstName;
   std::ranges::replace(name, ' ', '<');
   return name;
-}
-
-std::string digitsOf(std::chrono::year_month_day date) {
-  const auto number = static_cast<unsigned>(static_cast<int>(date.year())) * 10'000 +
-                      static_cast<unsigned>(date.month()) * 100 + static_cast<unsigned>(date.day());
-  return std::to_string(number);
 }
 
 Data dataGroup11(const Document& document) {
@@ -77,6 +73,9 @@ Files make(const Document& document, const Authority& authority) {
   if (document.portraits.empty()) throw std::invalid_argument("there is no portrait");
   if (!signature.date.ok()) throw std::invalid_argument("the date of issue is no date");
   if (dateOfExpiry <= signature.date) throw std::invalid_argument("the date of expiry is not after that of issue");
+  if (signature.date.year() < firstYear || dateOfExpiry.year() > lastYear) {
+    throw std::invalid_argument("documents are issued from 2000 on and expire in 2049 at the latest");
+  }
 
   Files files = makeGroups(document);
   std::vector<DataGroupId> groups;
@@ -85,15 +84,17 @@ Files make(const Document& document, const Authority& authority) {
     groups.push_back(id);
     if (!contains(document.tampering, Kind::notSigned, id)) signedFiles[id] = file;
   }
-  signature.end = std::chrono::sys_days(dateOfExpiry) + std::chrono::days(1);
+  // Signers are valid as long as their documents.
+  std::chrono::year_month_day signerEnd = std::chrono::sys_days(dateOfExpiry) + std::chrono::days(1);
   if (contains(document.tampering, Kind::expiredSigner)) {
-    signature.end = std::chrono::sys_days(signature.date) - std::chrono::days(1);
+    signerEnd = std::chrono::sys_days(signature.date) - std::chrono::days(1);
   }
   if (contains(document.tampering, Kind::indefinite)) signature.indefiniteLengths = true;
   const bool isOfAnother = contains(document.tampering, Kind::wrongAuthority);
 
   files[DataGroupId::COM] = commonData(groups);
-  files[DataGroupId::SOD] = securityObject(signedFiles, signature, isOfAnother ? Authority::make() : authority);
+  files[DataGroupId::SOD] =
+      securityObject(signedFiles, signature, isOfAnother ? Authority::make() : authority, signerEnd);
   tamper(files, document.tampering);
   return files;
 }

@@ -27,8 +27,7 @@ struct Document {
   /// Of DG3, DG11, DG12, DG14 and DG15 those to make.
   std::set<reader::DataGroupId> groups = {reader::DataGroupId::DG11, reader::DataGroupId::DG12,
                                           reader::DataGroupId::DG14, reader::DataGroupId::DG15};
-  /// Its date is the date of issue as well. Its end does not count: signers are valid as long as the document.
-  Signature signature;
+  Signature signature;  ///< its date is the date of issue as well
   std::vector<Tampering> tampering;
 };
 

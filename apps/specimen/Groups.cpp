@@ -136,7 +136,7 @@ Data dataGroup14(std::string_view name) {
   const Data key = element(sequence, {objectIdentifier("0.4.0.127.0.7.2.2.1.2"), derivedPublicKey(name)});
   const Data algorithm = element(sequence, {objectIdentifier("2.23.136.1.1.5"), element(integer, number(1)),
                                             objectIdentifier("0.4.0.127.0.7.1.1.4.1.3")});
-  return element(tagOf(DataGroupId::DG14), element(setOf, {algorithm, protocol, key}));
+  return element(tagOf(DataGroupId::DG14), element(setOf, {protocol, algorithm, key}));
 }
 
 Data dataGroup15(std::string_view name) {

@@ -1,5 +1,6 @@
 #include <specimen/Identity.internal.hpp>
 
+#include <Foundation/Hex.hpp>
 #include <specimen/DER.hpp>
 
 #include <openssl/bio.h>
@@ -32,12 +33,21 @@ constexpr std::array<std::string_view, 7> curves{"P-224",           "P-256",    
 constexpr std::string_view commonExtensions =
     "[extensions]\n"
     "subjectKeyIdentifier = hash\n"
+    "crlDistributionPoints = URI:http://utopia.invalid/csca.crl\n"
     "subjectAltName = email:csca@utopia.invalid, dirName:state\n"
     "issuerAltName = email:csca@utopia.invalid, dirName:state\n";
 constexpr std::string_view stateSection = "[state]\nL = UTO\n";
 
-void addExtensions(X509* certificate, X509* issuer, const std::string& lines) {
-  const std::string text = std::string(commonExtensions) + lines + std::string(stateSection);
+/// The line for an extension that says that the private key may be used as long as the certificate is valid.
+std::string keyUsagePeriod(const CertificateContent& content) {
+  const auto timeOf = [](std::chrono::year_month_day day) { return digitsOf(day) + "000000Z"; };
+  const Data period = element(0x30, {element(0x80, timeOf(content.begin)), element(0x81, timeOf(content.end))});
+  return "privateKeyUsagePeriod = DER:" + foundation::toHexString(period) + "\n";
+}
+
+void addExtensions(X509* certificate, X509* issuer, const CertificateContent& content) {
+  const std::string text =
+      std::string(commonExtensions) + keyUsagePeriod(content) + content.extensions + std::string(stateSection);
   const Owned<BIO, BIO_free> stream(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   const Owned<CONF, NCONF_free> configuration(NCONF_new(nullptr));
   require(stream && configuration && NCONF_load_bio(configuration.get(), stream.get(), nullptr) == 1);
@@ -117,6 +127,12 @@ Data derivedPublicKey(std::string_view name) {
   return element(0x30, {algorithm, element(0x03, bits)});
 }
 
+std::string digitsOf(std::chrono::year_month_day day) {
+  const auto number = static_cast<unsigned>(static_cast<int>(day.year())) * 10'000 +
+                      static_cast<unsigned>(day.month()) * 100 + static_cast<unsigned>(day.day());
+  return std::to_string(number);
+}
+
 std::time_t midnight(std::chrono::year_month_day day) {
   return std::chrono::system_clock::to_time_t(std::chrono::sys_days(day));
 }
@@ -132,7 +148,7 @@ Identity certified(Owned<EVP_PKEY, EVP_PKEY_free> key, const CertificateContent&
           ASN1_TIME_set(X509_getm_notBefore(certificate), midnight(content.begin)) != nullptr &&
           ASN1_TIME_set(X509_getm_notAfter(certificate), midnight(content.end)) != nullptr &&
           X509_set_pubkey(certificate, made.key.get()) == 1);
-  addExtensions(certificate, signer.certificate.get(), content.extensions);
+  addExtensions(certificate, signer.certificate.get(), content);
   require(X509_sign(certificate, signer.key.get(), EVP_sha384()) > 0);
   return made;
 }

@@ -55,7 +55,7 @@ Data hashList(const Files& groups, const Hash& hash) {
   return element(sequence, {element(0x02, number(0)), algorithm, element(sequence, list)});
 }
 
-Identity newSigner(const Signature& signature, const Authority& authority) {
+Identity newSigner(const Signature& signature, const Authority& authority, std::chrono::year_month_day end) {
   // The document codes that it may sign for, by their first letters, after version 0 (ICAO Doc 9303-12, 7.1.1.6).
   Data initials;
   for (const std::string_view initial : {"A", "C", "I", "P"}) initials = joined({initials, element(0x13, initial)});
@@ -63,7 +63,7 @@ Identity newSigner(const Signature& signature, const Authority& authority) {
   return certified(newKey(signature.key, signature.explicitParameters),
                    {.name = "Document Signer Utopia",
                     .begin = std::chrono::sys_days(signature.date) - std::chrono::days(30),
-                    .end = signature.end,
+                    .end = end,
                     .extensions = "authorityKeyIdentifier = keyid:always\nkeyUsage = critical, digitalSignature\n"
                                   "2.23.136.1.1.6.2 = DER:" +
                                   foundation::toHexString(types) + "\n"},
@@ -77,7 +77,8 @@ void setSigningTime(CMS_SignerInfo* info, std::chrono::year_month_day date) {
 
 }  // namespace
 
-Data securityObject(const Files& groups, const Signature& signature, const Authority& authority) {
+Data securityObject(const Files& groups, const Signature& signature, const Authority& authority,
+                    std::chrono::year_month_day signerEnd) {
   const auto* const hash = std::ranges::find(hashes, signature.hash, &Hash::name);
   if (hash == hashes.end()) throw std::invalid_argument("no such hash function: " + signature.hash);
   const bool isRSA = signature.key.starts_with("RSA");
@@ -88,7 +89,7 @@ Data securityObject(const Files& groups, const Signature& signature, const Autho
   if (signature.explicitParameters && isRSA) throw std::invalid_argument("only curves have parameters to write out");
 
   const Data content = hashList(groups, *hash);
-  const Identity signer = newSigner(signature, authority);
+  const Identity signer = newSigner(signature, authority, signerEnd);
   const unsigned int flags = CMS_BINARY | CMS_PARTIAL | (signature.indefiniteLengths ? CMS_STREAM : 0U);
   const Owned<CMS_ContentInfo, CMS_ContentInfo_free> message(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags));
   const Owned<ASN1_OBJECT, ASN1_OBJECT_free> contentType(OBJ_txt2obj("2.23.136.1.1.1", 1));

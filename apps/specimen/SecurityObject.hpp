@@ -22,12 +22,12 @@ struct Signature {
   bool byKeyIdentifier = false;        ///< whether the signer is named by key instead of issuer and serial number
   bool indefiniteLengths = false;      ///< BER as some states write it, instead of DER
   std::chrono::year_month_day date{};  ///< when the groups were signed
-  std::chrono::year_month_day end{};   ///< when the signer's certificate runs out
 };
 
-/// EF.SOD (ICAO Doc 9303-10): the hashes of `groups`, signed by a new document signer under `authority`.
+/// EF.SOD (ICAO Doc 9303-10): the hashes of `groups`, signed by a new document signer under `authority`, whose
+/// certificate runs out on `signerEnd`.
 /// Throws std::invalid_argument when there is no such key or hash, or they do not go together.
 [[nodiscard]] foundation::Data securityObject(const Files& groups, const Signature& signature,
-                                              const Authority& authority);
+                                              const Authority& authority, std::chrono::year_month_day signerEnd);
 
 }  // namespace tavlo::specimen

@@ -31,6 +31,8 @@ struct MakePassportOptions {
   std::string issued = "2025-01-01";
   std::string expires = "2034-12-31";
   std::string gender = "X";
+  std::string format = "TD3";
+  std::string faces = "19794";
   std::vector<int> groups = {11, 12, 14, 15};
   std::vector<std::string> tampering;
 };
@@ -73,6 +75,8 @@ specimen::Authority loadAuthority(const std::string& folder) {
 
 specimen::Document documentOf(const MakePassportOptions& options) {
   specimen::Document document = options.document;
+  if (options.format != "TD3") document.printed.format = options.format == "TD1" ? MRZ::Format::TD1 : MRZ::Format::TD2;
+  if (options.faces == "39794") document.faceStandard = FaceStandard::iso39794;
   document.printed.dateOfBirth = digitsOf(options.birth);
   document.printed.dateOfExpiry = dayOf(options.expires);
   document.printed.gender = options.gender.front();
@@ -134,16 +138,12 @@ void addMakePassport(CLI::App& app) {
       ->type_name("IMAGE");
   command->add_option("--signature", options->handSignature, "Picture of the holder's signature, for DG7")
       ->type_name("IMAGE");
-  using CLI::CheckedTransformer;
   using CLI::IsMember;
-  using Formats = std::map<std::string, MRZ::Format>;
-  const Formats formats{{"TD1", MRZ::Format::TD1}, {"TD2", MRZ::Format::TD2}, {"TD3", MRZ::Format::TD3}};
-  command->add_option("--format", document.printed.format, "Size of the document: TD3 is a passport")
-      ->transform(CheckedTransformer(formats))
-      ->type_name("");
   const auto text = [&](const char* name, std::string& value, const char* help) {
     return command->add_option(name, value, help)->capture_default_str()->type_name("TEXT");
   };
+  text("--format", options->format, "Size of the document; a passport is a TD3")
+      ->check(IsMember({"TD1", "TD2", "TD3"}));
   text("--code", document.printed.documentCode, "Document code, one or two letters; for TD1 and TD2 such as ID");
   text("--number", document.printed.documentNumber, "Document number; more than 9 characters for TD1 and TD2 only");
   text("--last", document.printed.lastName, "Last name, in Latin letters");
@@ -156,11 +156,8 @@ void addMakePassport(CLI::App& app) {
   text("--optional", document.printed.optionalData, "The issuer's own data in the machine readable zone");
   text("--full-name", document.fullName, "Name for DG11, in any script");
   text("--place-of-birth", document.placeOfBirth, "Place of birth for DG11");
-  const std::map<std::string, FaceStandard> standards{{"19794", FaceStandard::iso19794},
-                                                      {"39794", FaceStandard::iso39794}};
-  command->add_option("--faces", document.faceStandard, "How DG2 records faces: ISO/IEC 19794-5 or 39794-5")
-      ->transform(CheckedTransformer(standards))
-      ->type_name("");
+  text("--faces", options->faces, "How DG2 records faces: ISO/IEC 19794-5 or 39794-5")
+      ->check(IsMember({"19794", "39794"}));
   command->add_option("--groups", options->groups, "Groups beside DG1, DG2 and DG7, of 3, 11, 12, 14 and 15")
       ->delimiter(',')
       ->capture_default_str()

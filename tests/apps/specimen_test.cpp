@@ -126,7 +126,7 @@ TEST(Samples, areWhatIsExpectedOfThem) {
     const bool isSound = members["verdict"] == JSONValue("trusted") && members["malformed"] == JSONValue(JSONArray());
     EXPECT_EQ(status == 0, isSound) << tavlo.err();
   }
-  EXPECT_EQ(count, 28U);
+  EXPECT_EQ(count, 29U);
 }
 
 TEST(Zone, isThatOfTheStandardsExamples) {
@@ -277,6 +277,8 @@ TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
       {{"--birth", "23.7.1985"}, 2, "no date"},
       {{"--expires", "2035-02-29"}, 2, "no day"},
       {{"--expires", "2025-01-01"}, 2, "not after"},
+      {{"--expires", "2050-01-01"}, 2, "in 2049 at the latest"},
+      {{"--issued", "1999-12-31"}, 2, "from 2000 on"},
       {{"--groups", "11,16"}, 2, "--groups"},
       {{"--tamper", "melt=DG1"}, 2, "no such tampering"},
       {{"--tamper", "flip"}, 2, "no such tampering"},
