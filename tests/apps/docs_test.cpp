@@ -1,37 +1,22 @@
-#include <Foundation/Data.hpp>
-#include <Foundation/JSONValue.hpp>
 #include <UIKit/UIImage.hpp>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <iostream>
-#include <map>
 #include <random>
+#include <regex>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "support/Program.hpp"
-#include "support/TemporaryFolder.hpp"
 
 namespace tavlo::test {
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::JSONArray;
-using foundation::JSONSerialization;
-using foundation::JSONValue;
 using Words = std::vector<std::string>;
-/// Files of a folder, by their name or ID.
 using Files = std::map<std::string, std::string>;
+using namespace std::string_literals;
 
 const std::string samples = TAVLO_SAMPLES_DIR;
 
@@ -39,45 +24,28 @@ std::string contentsOf(const fs::path& file) {
   return std::string(foundation::textOf(foundation::contentsOf(file)));
 }
 
-JSONValue parsed(const std::string& json) {
-  return JSONSerialization::jsonObject(foundation::dataOf(json));
-}
-
-const JSONArray& childrenOf(const JSONValue& record) {
-  return *record.member("children")->getIf<JSONArray>();
-}
-
-/// The names of the pictures of a record and its children.
-std::set<std::string> picturesOf(const JSONValue& record) {
-  std::set<std::string> names;
-  for (const auto* key : {"portraitFilename", "signatureFilename"}) {
-    if (const auto* name = record.member(key)) names.insert(*name->getIf<std::string>());
-  }
-  for (const JSONValue& child : childrenOf(record)) names.merge(picturesOf(child));
-  return names;
+std::size_t childrenIn(const std::string& record) {
+  const std::regex list("\"children\":");
+  return static_cast<std::size_t>(std::distance(std::sregex_iterator(record.begin(), record.end(), list), {})) - 1;
 }
 
 /// A record with these members added, and these children.
-std::string record(const std::string& members = "", const std::string& children = "") {
-  return R"({"documentNumber":"1","nationality":"","lastName":"","firstName":"","dateOfBirth":"","gender":"",)"
-         R"("documentExpiryDate":"",)" +
-         members + R"("children":[)" + children + "]}";
+std::string recordWith(const std::string& members, const std::string& children = "") {
+  return "{" + members + R"("documentNumber":"1","nationality":"","lastName":"","firstName":"","dateOfBirth":"",)" +
+         R"("gender":"","documentExpiryDate":"","children":[)" + children + "]}";
 }
 
 /// `tavlo docs` with a folder of its own.
 class Docs : public testing::Test {
  protected:
-  [[nodiscard]] Words command(Words words) const {
-    for (std::string& word : words) {
-      if (word.starts_with('@')) word = folder_ / word.substr(1);
+  /// Runs a command to its end, through `runner` if any; each "@name" becomes the path of that file.
+  int docs(const Words& words, Words runner = {}) {
+    runner.insert(runner.end(), {TAVLO_PROGRAM, "docs", "--folder", documents_});
+    for (const std::string& word : words) {
+      runner.push_back(word.starts_with('@') ? (folder_ / word.substr(1)).string() : word);
     }
-    words.insert(words.begin(), {TAVLO_PROGRAM, "docs", "--folder", documents_});
-    return words;
-  }
-  /// Runs a command to its end; each "@name" becomes the path of that file.
-  int docs(const Words& words) {
     Program program;
-    const int status = program.run(command(words));
+    const int status = program.run(runner);
     out_ = program.out();
     err_ = program.err();
     return status;
@@ -85,38 +53,43 @@ class Docs : public testing::Test {
   /// The ID that a command writes.
   std::string kept(const Words& words) {
     EXPECT_EQ(docs(words), 0) << err_;
-    EXPECT_EQ(out_.size(), 13U) << out_;
-    return out_.substr(0, 12);
+    return out_.substr(0, out_.find('\n'));
   }
   void write(const std::string& name, const std::string& text) const {
-    fs::create_directories((folder_ / name).parent_path());
     foundation::writePrivately(folder_ / name, foundation::dataOf(text));
   }
   [[nodiscard]] std::string stored(const std::string& id) const { return contentsOf(documents_ / (id + ".json")); }
+
+  /// All files but the lock, by their path in the folder.
+  [[nodiscard]] Files files() const {
+    Files all;
+    for (const auto& entry : fs::recursive_directory_iterator(documents_)) {
+      if (entry.is_regular_file()) all[entry.path().lexically_relative(documents_)] = contentsOf(entry.path());
+    }
+    all.erase("documents.lock");
+    return all;
+  }
   [[nodiscard]] Files records() const {
     Files all;
-    for (const auto& entry : fs::directory_iterator(documents_)) {
-      if (entry.path().extension() == ".json") all[entry.path().stem()] = contentsOf(entry.path());
+    for (const auto& [name, text] : files()) {
+      if (name.ends_with(".json")) all.emplace(name.substr(0, 12), text);
     }
     return all;
   }
-  /// The files in "images" and the temporary ones beside the records.
-  [[nodiscard]] std::set<std::string> pictures() const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::recursive_directory_iterator(documents_)) {
-      const bool isRecord = entry.path().extension() == ".json" || entry.path().filename() == "documents.lock";
-      if (!isRecord && entry.is_regular_file()) names.insert(entry.path().filename());
-    }
-    return names;
-  }
-  /// Checks that all records are whole with their pictures; gives how many files are there that none of them names.
+  /// Checks that the pictures of all records are whole; gives how many files are there that no record names.
   [[nodiscard]] std::size_t strayFiles() const {
+    Files others = files();
     std::set<std::string> named;
-    for (const auto& [id, json] : records()) named.merge(picturesOf(parsed(json)));
-    for (const std::string& name : named) {
-      EXPECT_NO_THROW((void)uikit::UIImage::decode(foundation::contentsOf(documents_ / "images" / name)));
+    const std::regex pattern(R"re("(?:portrait|signature)Filename":"([^"]*)")re");
+    for (const auto& [id, json] : records()) {
+      others.erase(id + ".json");
+      for (std::sregex_iterator i(json.begin(), json.end(), pattern), end; i != end; ++i) named.insert((*i)[1]);
     }
-    return pictures().size() - named.size();
+    for (const std::string& name : named) {
+      EXPECT_NO_THROW((void)uikit::UIImage::decode(foundation::dataOf(others["images/" + name]))) << name;
+      others.erase("images/" + name);
+    }
+    return others.size();
   }
 
   TemporaryFolder folder_;
@@ -127,33 +100,26 @@ class Docs : public testing::Test {
 
 TEST_F(Docs, keepsADocumentAllItsLife) {
   const std::string id = kept({"add", "--passport", samples + "/td3-jpeg"});
-  std::string json = stored(id);
-  json.insert(1, R"("x":[18446744073709551615,{"y":null}],)");  // of a later version, say
-  write("documents/" + id + ".json", json);
-  EXPECT_EQ(docs({"certify", id, "--images", "@seen"}), 0);
-  EXPECT_EQ(docs({"certify", id}), 0);
-  EXPECT_GT(uikit::UIImage::decode(foundation::contentsOf(folder_ / "seen/logo.png")).width(), 0U);
-  const JSONValue original = parsed(json);
-  const JSONValue certified = parsed(stored(id));
-  for (const auto& [key, value] : *original.getIf<foundation::JSONObject>()) {
-    EXPECT_TRUE(key == "children" || *certified.member(key) == value) << key;
-  }
-  ASSERT_EQ(childrenOf(certified).size(), 2U);
-  EXPECT_EQ(*childrenOf(certified)[1].member("signatureFilename"), *certified.member("signatureFilename"));
-  EXPECT_EQ(pictures().size(), 4U) << "two of the passport, a portrait of each certificate, no logo";
-  EXPECT_EQ(strayFiles(), 0U);
+  const std::string unknown = R"("x":[18446744073709551615,{"y":null}],)";  // of a later version, say
+  write("documents/" + id + ".json", stored(id).insert(stored(id).size() - 14, unknown));
+  ASSERT_EQ(docs({"certify", id, "--images", "@seen"}), 0);
+  ASSERT_EQ(docs({"certify", id}), 0);
+  EXPECT_NE(stored(id).find(unknown.substr(0, unknown.size() - 1)), std::string::npos) << stored(id);
+  EXPECT_EQ(childrenIn(stored(id)), 2U);
+  EXPECT_EQ(strayFiles(), 0U) << "the logo is kept nowhere";
 
   EXPECT_EQ(docs({"list"}), 0);
   EXPECT_EQ(out_, id + "  Passport TV0000042, SPECIMEN, SYNTHIA ALMA; children: 2\n");
   EXPECT_EQ(docs({"show", id, "--images", "@seen"}), 0);
   for (const auto* part : {"\n  last name        SPECIMEN\n", "\nChild 2\n  kind             Corona Certificate\n",
-                           "never the result of a check\n  isExpired  false\n", "413 x 531 pixels\n"}) {
+                           "never the result of a check\n  isExpired  false\n", ".png, 413 x 531 pixels\n"}) {
     EXPECT_NE(out_.find(part), std::string::npos) << part << out_;
   }
-  EXPECT_EQ(uikit::UIImage::decode(foundation::contentsOf(folder_ / "seen/signature-2.png")).width(), 360U);
+  for (const auto* name : {"logo", "portrait", "signature", "portrait-1", "signature-1", "portrait-2", "signature-2"}) {
+    EXPECT_NO_THROW((void)uikit::UIImage::decode(foundation::contentsOf(folder_ / "seen" / (name + ".png"s)))) << name;
+  }
   EXPECT_EQ(docs({"show", id, "--json"}), 0);
-  EXPECT_EQ(*parsed(out_).member("document"), certified);
-  EXPECT_EQ(*parsed(out_).member("constants")->member("isValid"), JSONValue(true));
+  EXPECT_NE(out_.find("\"document\":" + stored(id)), std::string::npos);
 
   EXPECT_EQ(docs({"export", id, "--out", "@out.json", "--images", "@out"}), 0);
   EXPECT_EQ(contentsOf(folder_ / "out.json"), stored(id));
@@ -163,100 +129,84 @@ TEST_F(Docs, keepsADocumentAllItsLife) {
   EXPECT_EQ(docs({"remove", id, "--yes"}), 0);
   EXPECT_EQ(docs({"show", id}), 8);
   EXPECT_EQ(strayFiles(), 0U) << "the copy has its pictures";
-  EXPECT_EQ(docs({"certify", copy}), 0);
   EXPECT_EQ(docs({"remove", copy, "--yes"}), 0);
-  EXPECT_TRUE(pictures().empty());
-  EXPECT_EQ(docs({"import", "@out.json"}), 3);
-  EXPECT_TRUE(records().empty());
-  (void)kept({"import", "@out.json", "--images", "@out"});
+  EXPECT_TRUE(files().empty());
+  EXPECT_EQ(docs({"import", "@out.json"}), 3) << "its pictures are gone";
+  EXPECT_EQ(stored(kept({"import", "@out.json", "--images", "@out"})), contentsOf(folder_ / "out.json"));
   EXPECT_EQ(strayFiles(), 0U);
-  EXPECT_EQ(fs::status(documents_).permissions(), fs::perms::owner_all);
 }
 
 TEST_F(Docs, refusesUnfitRecordsAndKeepsNothingOfThem) {
-  const std::string id = kept({"demo"});
-  const std::string taken = *picturesOf(parsed(stored(id))).begin();
-  fs::create_directory(folder_ / "brought");
-  fs::copy(samples + "/selfie.png", folder_ / "brought/fine.png");
-  fs::copy(samples + "/selfie.png", folder_ / "brought" / taken);
-  write("brought/text.png", "no picture");
-  const auto before = std::pair(records(), pictures());
+  (void)kept({"demo"});
+  const Files before = files();
+  const std::string taken = before.rbegin()->first.substr(std::string("images/").size());
+  for (const std::string& name : {std::string("fine.png"), taken}) {
+    fs::create_directories(folder_ / "in");
+    fs::copy(samples + "/selfie.png", folder_ / "in" / name);
+  }
+  write("in/text.png", "no picture");
 
+  std::string many = recordWith("");
+  for (int i = 1; i < 1000; ++i) many += "," + recordWith("");
   std::vector<std::pair<std::string, std::string>> rows = {
       {"", "malformed JSON"},
       {"[]", "an object is required"},
       {R"({"children":[]})", "documentNumber: the member is missing"},
-      {record(R"("documentType":"X",)"), "documentType"},
-      {record(R"("signatureFilename":"missing.png",)"), "missing.png, which is not there"},
-      {record(R"("signatureFilename":"fine.png","portraitFilename":"text.png",)"), "text.png: "},
-      {record(R"("signatureFilename":"fine.png","portraitFilename":")" + taken + R"(",)"), "Another picture"},
-      {record() + std::string(1 << 20, ' '), "larger than 1 MiB"},
-      {record(R"("x":)" + std::string(600, '[') + std::string(600, ']') + ","), "more than 512"},
+      {recordWith(R"("documentType":"X",)"), "documentType"},
+      {recordWith(R"("signatureFilename":"gone.png",)"), "gone.png, which is not there"},
+      {recordWith(R"("portraitFilename":"fine.png","signatureFilename":"text.png",)"), "text.png: "},
+      {recordWith(R"("signatureFilename":")" + taken + R"(",)"), "Another picture"},
+      {recordWith("") + std::string(1 << 20, ' '), "larger than 1 MiB"},
+      {recordWith(R"("x":)" + std::string(600, '[') + std::string(600, ']') + ","), "more than 512"},
+      {recordWith("", many), "more than 1000 documents"},
   };
-  std::string many = record();
-  for (int i = 1; i < 1000; ++i) many += "," + record();
-  rows.emplace_back(record("", many), "more than 1000 documents");
-  for (const std::string name :
-       {"../documents.lock", "/etc/hostname", "", "..", ".a.tmp", "a\\u0000.png", "a\\n.png"}) {
-    const std::string bad = record(R"("portraitFilename":")" + name + R"(",)");
+  for (const std::string name : {"../documents.lock", "/etc/hostname", "", "..", ".a.tmp", "a\\u0000", "a\\n"}) {
+    const std::string bad = recordWith(R"("portraitFilename":")" + name + R"(",)");
     rows.emplace_back(bad, "no plain file name");
-    rows.emplace_back(record(R"("signatureFilename":"fine.png",)", record("", bad)), "no plain file name");
+    rows.emplace_back(recordWith(R"("signatureFilename":"fine.png",)", recordWith("", bad)), "no plain file name");
   }
   for (const auto& [json, error] : rows) {
     SCOPED_TRACE(json.substr(0, 300));
     write("in.json", json);
-    EXPECT_EQ(docs({"import", "@in.json", "--images", "@brought"}), 3);
+    EXPECT_EQ(docs({"import", "@in.json", "--images", "@in"}), 3);
     EXPECT_NE(err_.find(error), std::string::npos) << err_;
-    EXPECT_EQ(std::pair(records(), pictures()), before);
+    EXPECT_TRUE(files() == before);
   }
-  for (const auto* bad : {"", "../documents", "ABCDEFABCDEF", "0123456789ab0"})
-    EXPECT_EQ(docs({"show", bad}), 2) << bad;
-  EXPECT_EQ(docs({"show", "0123456789ab"}), 8);
+  for (const auto* id : {"", "../documents", "ABCDEFABCDEF", "0123456789ab0"}) EXPECT_EQ(docs({"show", id}), 2) << id;
 }
 
 TEST_F(Docs, keepsDamagedRecordsAndTheirPictures) {
   const std::string id = kept({"demo"});
   const std::string broken = kept({"demo"});
-  const std::string sound = stored(broken);
-  const auto allPictures = pictures();
-  write("documents/" + broken + ".json", sound.substr(0, 100));
-  write("documents/0123456789ab.json", record(R"("portraitFilename":"../x.png",)"));
-  fs::create_directory(documents_ / "aaaaaaaaaaaa.json");
+  const std::size_t sound = files().size();
+  write("documents/" + broken + ".json", stored(broken).substr(0, 100));
+  write("documents/0123456789ab.json", recordWith(R"("portraitFilename":"../x.png",)"));
+  write("documents/notes.json", stored(id));
   write("documents/.0123456789abcdef.tmp", "left behind");
-  write("documents/notes.json", sound);
-  for (const Words& words : {Words{"list"}, Words{"show", broken}, Words{"certify", broken}, Words{"export", broken}}) {
-    EXPECT_EQ(docs(words), 8);
+  for (const auto* name : {"list", "show", "certify", "export"}) {
+    EXPECT_EQ(docs(*name == 'l' ? Words{name} : Words{name, broken}), 8);
     EXPECT_NE(err_.find(broken + ".json cannot be used: malformed JSON"), std::string::npos) << err_;
-    EXPECT_EQ(out_.find(id) == 0, words.front() == "list") << out_;
+    EXPECT_EQ(out_.starts_with(id), *name == 'l') << out_;
   }
   EXPECT_EQ(docs({"certify", id}), 0);
-  for (const auto* name : {"0123456789ab.json", "aaaaaaaaaaaa.json", "notes.json"}) {
-    EXPECT_NE(err_.find(name), std::string::npos) << err_;
-    EXPECT_TRUE(fs::exists(documents_ / name));
-  }
-  EXPECT_EQ(pictures().size(), allPictures.size() + 1) << "those of the damaged one are still there, no other remains";
-
-  for (const auto* name : {"0123456789ab", "aaaaaaaaaaaa", broken.c_str()})
-    EXPECT_EQ(docs({"remove", name, "--yes"}), 0);
+  EXPECT_NE(err_.find("notes.json"), std::string::npos) << err_;
+  EXPECT_EQ(files().size(), sound + 3) << "two records and the certificate's portrait";
+  for (const auto& name : {std::string("0123456789ab"), broken}) EXPECT_EQ(docs({"remove", name, "--yes"}), 0);
   fs::remove(documents_ / "notes.json");
   EXPECT_EQ(docs({"certify", id}), 0);
   EXPECT_EQ(err_, "");
   EXPECT_EQ(strayFiles(), 0U);
 
-  const std::string before = stored(id);
-  for (const std::string& name : picturesOf(parsed(before))) write("documents/images/" + name, "damaged");
+  fs::rename(documents_ / "images", folder_ / "images");
   EXPECT_EQ(docs({"show", id}), 0);
   EXPECT_NE(err_.find("portrait, "), std::string::npos) << err_;
-  fs::rename(documents_ / "images", folder_ / "images");
   write("documents/images", "no folder, so no picture can be kept");
+  const Files before = files();
   for (const Words& words : {Words{"certify", id}, Words{"demo"}}) EXPECT_EQ(docs(words), 8);
-  EXPECT_EQ(records(), (Files{{id, before}}));
+  EXPECT_EQ(files(), before);
 
-  write("other/letter.txt", "somebody's");
-  fs::permissions(folder_ / "other", fs::perms(0755));
-  documents_ = folder_ / "other";
-  EXPECT_EQ(docs({"demo"}), 8);
-  EXPECT_EQ(fs::status(documents_).permissions(), fs::perms(0755));
+  documents_ = folder_.path();
+  EXPECT_EQ(docs({"demo"}), 8) << "it has other files";
 }
 
 TEST_F(Docs, losesNothingToOtherProcesses) {
@@ -264,92 +214,66 @@ TEST_F(Docs, losesNothingToOtherProcesses) {
   std::vector<std::jthread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
-      Program program;
-      EXPECT_EQ(program.run(command({"demo"})), 0) << program.err();
-      const std::string id = program.out().substr(0, 12);
-      EXPECT_EQ(program.run(command({"certify", shared})), 0) << program.err();
-      EXPECT_EQ(program.run(command({"certify", id})), 0) << program.err();
-      EXPECT_TRUE(i % 2 == 0 || program.run(command({"remove", id, "--yes"})) == 0) << program.err();
+      const std::string tavlo = TAVLO_PROGRAM " docs --folder " + documents_.string();
+      const std::string script = "id=$(" + tavlo + " demo) && " + tavlo + " certify " + shared + " && " + tavlo +
+                                 " certify $id" + (i % 2 == 0 ? "" : " && " + tavlo + " remove --yes $id");
+      EXPECT_EQ(Program().run({"sh", "-c", script}), 0);
     });
   }
   threads.clear();
-  const Files all = records();
-  EXPECT_EQ(all.size(), 5U);
-  for (const auto& [id, json] : all) EXPECT_EQ(childrenOf(parsed(json)).size(), id == shared ? 8U : 1U);
+  EXPECT_EQ(records().size(), 5U);
+  for (const auto& [id, json] : records()) EXPECT_EQ(childrenIn(json), id == shared ? 8U : 1U);
   EXPECT_EQ(strayFiles(), 0U);
 }
 
 /// Kills as many commands at random moments as the variable TAVLO_KILLS says.
 TEST_F(Docs, survivesBeingKilled) {
-  using Clock = std::chrono::steady_clock;
   const char* variable = std::getenv("TAVLO_KILLS");
   const int kills = variable == nullptr ? 50 : std::stoi(variable);
   std::mt19937 random{std::random_device{}()};
   const auto anyOf = [&](const Files& all) { return std::next(all.begin(), random() % all.size())->first; };
-  const auto start = [&](const Words& words) {
-    Words line = command(words);
-    std::vector<char*> arguments;
-    for (std::string& word : line) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    write("out", "");
-    const pid_t process = ::fork();
-    if (process == 0) {
-      ::dup2(::open((folder_ / "out").c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
-      ::execv(arguments.front(), arguments.data());
-      ::_exit(127);
-    }
-    return process;
-  };
-
-  const std::string names[] = {"demo", "certify", "remove"};
   const auto wordsOf = [](const std::string& name, const std::string& id) {
     return name == "demo" ? Words{name} : name == "certify" ? Words{name, id} : Words{name, id, "--yes"};
   };
+  const std::string names[] = {"demo", "certify", "remove"};
   (void)kept({"demo"});
-  std::map<std::string, Clock::duration> durations;  // of three runs together
+  std::map<std::string, double> durations;  // in seconds, of three runs together
   for (int i = 0; i < 9; ++i) {
-    const auto begin = Clock::now();
-    ::waitpid(start(wordsOf(names[i % 3], anyOf(records()))), nullptr, 0);
-    durations[names[i % 3]] += Clock::now() - begin;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(docs(wordsOf(names[i % 3], anyOf(records()))), 0);
+    durations[names[i % 3]] += std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   }
 
   int killed = 0;
   int leaving = 0;
-  for (int i = 0; i < kills && !HasFailure(); ++i) {
+  while (killed < kills && !HasFailure()) {
     const Files before = records();
     const std::string target = anyOf(before);
     const std::string& name = names[before.size() < 2 ? 0 : random() % 3];
     SCOPED_TRACE(name + " " + target);
-    const pid_t process = start(wordsOf(name, target));
-    std::this_thread::sleep_for(durations[name] / 3 * (random() % 1200) / 1000);
-    ::kill(process, SIGKILL);
-    int status = 0;
-    ::waitpid(process, &status, 0);
-    const bool isDone = WIFEXITED(status);
-    killed += isDone ? 0 : 1;
+    const double delay = durations[name] / 3 * std::uniform_real_distribution(0.01, 1.2)(random);
+    const int status = docs(wordsOf(name, target), {"timeout", "--foreground", "-s", "KILL", std::to_string(delay)});
+    EXPECT_TRUE(status == 0 || status == 128 + SIGKILL) << status;
+    killed += status == 0 ? 0 : 1;
     leaving += strayFiles() > 0 ? 1 : 0;
 
-    EXPECT_TRUE(!isDone || WEXITSTATUS(status) == 0);
-    EXPECT_EQ(docs({"list"}), 0);
-    EXPECT_EQ(err_, "");
     Files after = records();
-    const std::string reported = contentsOf(folder_ / "out");
-    EXPECT_TRUE(reported.empty() || after.contains(reported.substr(0, 12)));
+    EXPECT_TRUE(out_.empty() || after.contains(out_.substr(0, 12)));
     EXPECT_LE(after.size(), before.size() + 1);
     for (const auto& [id, json] : before) {
-      if (name == "demo" || id != target) {
-        EXPECT_EQ(after[id], json);
-      } else if (name == "remove") {
-        EXPECT_TRUE(!after.contains(id) || (!isDone && after[id] == json));
-      } else if (isDone || after[id] != json) {
-        EXPECT_EQ(childrenOf(parsed(after[id])).size(), childrenOf(parsed(json)).size() + 1);
+      if (name == "remove" && id == target) {
+        EXPECT_TRUE(!after.contains(id) || (status != 0 && after[id] == json));
+      } else {
+        const bool isCertified = name == "certify" && id == target && (status == 0 || after[id] != json);
+        EXPECT_TRUE(isCertified ? childrenIn(after[id]) == childrenIn(json) + 1 : after[id] == json);
       }
     }
-    EXPECT_EQ(docs(after.size() < 4 ? Words{"demo"} : Words{"remove", anyOf(after), "--yes"}), 0);
+    EXPECT_EQ(docs({"list"}), 0);
+    EXPECT_EQ(docs(wordsOf(names[after.size() < 4 ? 0 : 2], anyOf(after))), 0);
+    EXPECT_EQ(err_, "");
     EXPECT_EQ(strayFiles(), 0U);
   }
-  std::cout << killed << " of " << kills << " commands were killed, " << leaving << " left files for the next one\n";
-  EXPECT_GT(killed, kills / 2);
+  std::cout << killed << " commands were killed, " << leaving << " left files for the next one\n";
 }
 
 }  // namespace
