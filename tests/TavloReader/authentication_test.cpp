@@ -46,8 +46,8 @@ Data securityObjectOf(const char* folder) {
 
 /// `bytes` with the last occurrence of `part` ending in another byte.
 Data altered(Data bytes, const Data& part, std::uint8_t last) {
-  const auto found = std::ranges::find_end(bytes, part);
-  bytes.at(static_cast<std::size_t>(found.end() - bytes.begin()) - 1) = last;
+  const auto found = std::find_end(bytes.begin(), bytes.end(), part.begin(), part.end());
+  bytes.at(static_cast<std::size_t>(found - bytes.begin()) + part.size() - 1) = last;
   return bytes;
 }
 
