@@ -2,7 +2,6 @@
 
 #include <Foundation/UTF8.hpp>
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
@@ -50,6 +49,7 @@ struct Period {
   std::time_t until = std::numeric_limits<std::time_t>::max();
 
   [[nodiscard]] bool contains(std::time_t time) const { return from <= time && time <= until; }
+  /// A malformed time leaves nothing.
   void narrow(const X509* certificate) {
     from = std::max(from, secondsOf(X509_get0_notBefore(certificate)).value_or(Period().until));
     until = std::min(until, secondsOf(X509_get0_notAfter(certificate)).value_or(Period().from));
@@ -153,8 +153,7 @@ AuthenticationStep chainStep(X509* signer, const Path& path, bool anyAnchors) {
   const auto failed = [](const char* reason, std::string text) {
     return AuthenticationStep{"chain", Result::failed, reason, std::move(text)};
   };
-  if (!maySignDocuments(signer))
-    return failed("signer_not_allowed", "The signer's certificate is for another purpose.");
+  if (!maySignDocuments(signer)) return failed("signer_not_allowed", "The signer may not sign documents.");
   if (!anyAnchors) return failed("no_trust_anchors", "There is no trusted authority to check the signer with.");
   switch (path.code) {
     case X509_V_OK:

@@ -43,8 +43,9 @@ std::optional<AuthenticationStep> groupStep(DataGroupId id, const NFCPassportMod
   if (object.digest == nullptr) {
     return AuthenticationStep{group, Result::notChecked, "no_sod", "There is nothing to check it with."};
   }
-  if (!isListed)
+  if (!isListed) {
     return AuthenticationStep{group, Result::failed, "not_in_sod", group + " is not among the signed groups."};
+  }
   if (hashOf(sent->second->data(), object.digest) != listed->second) {
     return AuthenticationStep{group, Result::failed, "hash_mismatch", group + " is not as it was signed."};
   }

@@ -117,7 +117,8 @@ struct SignatureAlgorithm {
   int key = NID_undef;
 };
 
-/// The hash function that both the message and its mask generation take, as parameters of RSA-PSS say (RFC 4055, 3.1).
+/// The hash function in the parameters of RSA-PSS (RFC 4055, 3.1), provided that their mask generation takes an
+/// accepted one. Salt and trailer are left to the C library, which keeps to what is stated.
 int digestOfPSS(const X509_ALGOR* algorithm) {
   const auto read = [](const X509_ALGOR* identifier, const ASN1_ITEM* item) {
     const ASN1_TYPE* parameter = identifier->parameter;
