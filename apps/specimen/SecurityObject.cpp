@@ -19,7 +19,6 @@
 namespace tavlo::specimen {
 
 using foundation::Data;
-using reader::DataGroupId;
 
 namespace {
 
@@ -110,7 +109,8 @@ Data securityObject(const Files& groups, const Signature& signature, const Autho
   const Owned<BIO, BIO_free> stream(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
   require(stream != nullptr);
   const Data encoded = written([&](BIO* out) {
-    if (signature.indefiniteLengths) return i2d_CMS_bio_stream(out, message.get(), stream.get(), flags) == 1;
+    if (signature.indefiniteLengths)
+      return i2d_CMS_bio_stream(out, message.get(), stream.get(), static_cast<int>(flags)) == 1;
     return CMS_final(message.get(), stream.get(), nullptr, flags) == 1 && i2d_CMS_bio(out, message.get()) == 1;
   });
   return element(0x77, encoded);

@@ -151,7 +151,7 @@ void DataGroup2::readFaceBlock(DataView block) {
   while (!faces.atEnd()) {
     // The representation, one of the standard's own and no extension, flat and not in space, its encoded picture.
     std::optional<DataView> face = faces.next(0x30);
-    for (const std::uint32_t tag : {0xA1, 0xA0, 0xA0, 0x80}) {
+    for (const std::uint32_t tag : {0xA1U, 0xA0U, 0xA0U, 0x80U}) {
       if (face) face = find(tag, *face);
     }
     if (face) {
