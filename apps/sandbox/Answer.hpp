@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -44,10 +45,18 @@ struct VerificationStatus {
   }
 };
 
-/// What the sandbox answers. "error", "status" and "verification" are members that any service answers with; "sandbox"
-/// and "reasons" are the sandbox's own. No certificate is issued, so there is no "signing".
+/// What is issued to a verified key.
+struct Signature {
+  std::optional<std::string> cert;  ///< an X.509 certificate in PEM
+
+  static constexpr auto members() { return std::tuple{foundation::member("cert", &Signature::cert)}; }
+};
+
+/// What the sandbox answers. "sandbox" and "reasons" are its own; the other members are those that any service answers
+/// with.
 struct Answer {
   std::optional<std::string> error;  ///< why there was nothing to check
+  std::optional<Signature> signing;  ///< only when all checks passed
   Result status = Result::failed;
   VerificationStatus verification;
   std::string sandbox = "This is a sandbox for development: its answer proves nothing about a person or a document.";
@@ -55,17 +64,24 @@ struct Answer {
 
   static constexpr auto members() {
     using foundation::member;
-    return std::tuple{member("error", &Answer::error), member("status", &Answer::status),
-                      member("verification", &Answer::verification), member("sandbox", &Answer::sandbox),
-                      member("reasons", &Answer::reasons)};
+    return std::tuple{member("error", &Answer::error),     member("signing", &Answer::signing),
+                      member("status", &Answer::status),   member("verification", &Answer::verification),
+                      member("sandbox", &Answer::sandbox), member("reasons", &Answer::reasons)};
   }
 };
 
 /// The answer to a request in which nothing could be checked.
 [[nodiscard]] Answer refusal(std::string error);
 
-/// The answer in lines for a terminal, coloured or not, without personal data.
-[[nodiscard]] std::string consoleText(const Answer& answer, bool coloured);
+/// Derives `verification` and `status` from the reasons. A check failed where anything failed, else passed where
+/// anything passed; the whole failed if any check did, and passed if all did.
+void conclude(Answer& answer);
+
+/// "passed", "failed" or "not-checked".
+[[nodiscard]] std::string_view name(Result result);
+
+/// The answer in one line for the log, such as `verdict=failed why="validity:expired"`, without personal data.
+[[nodiscard]] std::string noteOf(const Answer& answer);
 
 }  // namespace tavlo::sandbox
 

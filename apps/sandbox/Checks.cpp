@@ -1,10 +1,9 @@
 #include "Checks.hpp"
 
+#include <Security/SecKey.hpp>
+
 #include <algorithm>
-#include <array>
-#include <string>
 #include <string_view>
-#include <vector>
 
 namespace tavlo::sandbox {
 
@@ -45,22 +44,55 @@ Reason checkValidity(const Request& request, year_month_day today) {
 }
 
 Reason checkSelfie(const Request& request) {
-  if (!request.hasSelfie) return {"biometry", Result::notChecked, "not_sent", "No selfie was sent."};
-  return {"biometry", Result::passed, "picture", "The selfie is a picture; no faces were looked for or compared."};
-}
-
-Reason checkPublicKey(const Request& request) {
-  if (!request.hasPublicKey) return {"registration", Result::notChecked, "not_sent", "No public key was sent."};
-  return {"registration", Result::passed, "point", "The public key is a point on P-256; it was registered nowhere."};
-}
-
-/// Failed where anything failed, else passed where anything passed: groups that were not sent do no harm.
-Result resultOf(const std::vector<Reason>& reasons, std::string_view check) {
-  const auto any = [&](Result result) {
-    return std::ranges::any_of(reasons, [&](const Reason& r) { return r.check == check && r.result == result; });
+  constexpr std::size_t smallestSide = 100;  // pixels
+  constexpr std::size_t longestShape = 3;    // times the shorter side
+  const auto failed = [](const char* reason, const char* text) {
+    return Reason{"biometry", Result::failed, reason, text};
   };
-  if (any(Result::failed)) return Result::failed;
-  return any(Result::passed) ? Result::passed : Result::notChecked;
+  if (!request.selfie) return {"biometry", Result::notChecked, "not_sent", "No selfie was sent."};
+  const auto [shorter, longer] = std::minmax(request.selfie->width, request.selfie->height);
+  if (shorter < smallestSide) return failed("too_small", "A side of the selfie is shorter than 100 pixels.");
+  if (longer > longestShape * shorter) return failed("odd_shape", "The selfie is over three times as long as wide.");
+  if (request.selfie->isFlat) return failed("one_colour", "The selfie shows nothing but one colour.");
+  return {"biometry", Result::passed, "picture",
+          "The selfie is a plausible picture; no face was looked for or compared."};
+}
+
+bool isPublicKey(foundation::DataView bytes) {
+  using security::SecKeyType;
+  constexpr std::size_t uncompressedPointSize = 65;
+  try {
+    const auto type = bytes.size() == uncompressedPointSize ? SecKeyType::ellipticCurve : SecKeyType::rsa;
+    (void)security::publicKeyFromData(bytes, type);
+    return true;
+  } catch (const security::SecurityError&) {
+    return false;
+  }
+}
+
+/// A document that is not known to be genuine must not take the place of the one that it imitates.
+Reason checkPublicKey(const Request& request, bool isGenuine, History* history) {
+  const auto reason = [](Result result, const char* name, const char* text) {
+    return Reason{"registration", result, name, text};
+  };
+  if (!request.publicKey) return reason(Result::notChecked, "not_sent", "No public key was sent.");
+  if (!isPublicKey(*request.publicKey)) {
+    return reason(Result::failed, "no_key", "The public key is neither a point on P-256 nor an RSA key of 3072 bits.");
+  }
+  const auto* zone = request.model.find<reader::DataGroup1>();
+  if (!isGenuine || zone == nullptr || history == nullptr) {
+    return reason(Result::passed, "key",
+                  "The public key is one; it is not kept, since the document may not be genuine.");
+  }
+  switch (history->record(zone->mrz().issuingState, zone->mrz().documentNumber, *request.publicKey)) {
+    case History::Finding::otherKey:
+      return reason(Result::failed, "other_key", "The document came with another public key before.");
+    case History::Finding::sameKey:
+      return reason(Result::passed, "same_key", "The document came with the same public key before.");
+    case History::Finding::first:
+      break;
+  }
+  return reason(Result::passed, "first_key", "The public key is the first that the document came with.");
 }
 
 }  // namespace
@@ -78,19 +110,16 @@ std::optional<year_month_day> expiryDate(std::string_view digits, year_month_day
   return date.ok() ? std::optional(date) : std::nullopt;
 }
 
-Answer check(const Request& request, const reader::TrustAnchors& anchors, year_month_day today) {
+Answer check(const Request& request, const reader::TrustAnchors& anchors, year_month_day today, History* history) {
   Answer answer;
   authenticateDocument(answer, request, anchors, today);
+  conclude(answer);
+  const bool isGenuine =
+      answer.verification.certificate == Result::passed && answer.verification.integrity == Result::passed;
   answer.reasons.push_back(checkValidity(request, today));
   answer.reasons.push_back(checkSelfie(request));
-  answer.reasons.push_back(checkPublicKey(request));
-
-  const auto of = [&](std::string_view name) { return resultOf(answer.reasons, name); };
-  answer.verification = {of("biometry"), of("certificate"), of("integrity"), of("registration"), of("validity")};
-  const auto& all = answer.verification;
-  const std::array results{all.biometry, all.certificate, all.integrity, all.registration, all.validity};
-  const auto any = [&](Result result) { return std::ranges::find(results, result) != results.end(); };
-  answer.status = any(Result::failed) ? Result::failed : any(Result::notChecked) ? Result::notChecked : Result::passed;
+  answer.reasons.push_back(checkPublicKey(request, isGenuine, history));
+  conclude(answer);
   return answer;
 }
 

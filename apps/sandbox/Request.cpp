@@ -2,14 +2,13 @@
 
 #include <Foundation/Hex.hpp>
 #include <Foundation/JSONValue.hpp>
-#include <Security/SecKey.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 #include <TavloReader/DocumentSource.hpp>
 #include <UIKit/UIImage.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <initializer_list>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +28,7 @@ namespace {
 // In bytes.
 constexpr std::size_t maximumDeviceText = 256;
 constexpr std::size_t maximumInstrumentation = 65'536;
+constexpr std::size_t maximumPublicKey = 1024;
 
 /// A name that stands in a message; what is no plausible name might be a value in the wrong place.
 std::string printable(std::string_view name) {
@@ -133,23 +133,20 @@ reader::NFCPassportModel decodeGroups(const Field& doc) {
   return model;
 }
 
-void requirePicture(const Field& selfie) {
-  const auto bytes = common::dataFromBase64Url(selfie.text());
-  if (!bytes) selfie.refuse("not base64url");
-  if (uikit::imageFormat(*bytes) != uikit::ImageFormat::png) selfie.refuse("not a PNG");
+Selfie decodeSelfie(const Field& field) {
+  auto bytes = common::dataFromBase64Url(field.text());
+  if (!bytes) field.refuse("not base64url");
+  if (uikit::imageFormat(*bytes) != uikit::ImageFormat::png) field.refuse("not a PNG");
   try {
-    (void)uikit::UIImage::decode(*bytes);
+    const auto image = uikit::UIImage::decode(*bytes);
+    constexpr int nearly = 8;  // of 255
+    const DataView pixels = image.pixels();
+    const std::size_t channels = image.channels();
+    std::size_t i = 0;
+    while (i < pixels.size() && std::abs(pixels[i] - pixels[i % channels]) <= nearly) ++i;
+    return {std::move(*bytes), image.width(), image.height(), i == pixels.size()};
   } catch (const uikit::ImageError& error) {
-    selfie.refuse(error.what());
-  }
-}
-
-void requirePublicKey(const Field& key) {
-  constexpr std::size_t uncompressedPointSize = 65;
-  try {
-    (void)security::publicKeyFromData(key.bytesOfHex(uncompressedPointSize), security::SecKeyType::ellipticCurve);
-  } catch (const security::SecurityError&) {
-    key.refuse("not an uncompressed point on P-256");
+    field.refuse(error.what());
   }
 }
 
@@ -199,17 +196,11 @@ Request Request::decode(DataView bytes) {
 
   const Field biometry = body.requiredMember("biometry");
   biometry.requireObject({"selfie"});
-  if (const auto selfie = biometry.member("selfie")) {
-    requirePicture(*selfie);
-    request.hasSelfie = true;
-  }
+  if (const auto selfie = biometry.member("selfie")) request.selfie = decodeSelfie(*selfie);
 
   const Field signing = body.requiredMember("signing");
   signing.requireObject({"mdlPublicKey"});
-  if (const auto key = signing.member("mdlPublicKey")) {
-    requirePublicKey(*key);
-    request.hasPublicKey = true;
-  }
+  if (const auto key = signing.member("mdlPublicKey")) request.publicKey = key->bytesOfHex(maximumPublicKey);
 
   requireDevice(body.requiredMember("device"));
   requirePerformance(body.requiredMember("performance"));

@@ -4,6 +4,7 @@
 #include <TavloReader/NFCPassportModel.hpp>
 
 #include <cstddef>
+#include <optional>
 #include <stdexcept>
 
 namespace tavlo::sandbox {
@@ -18,11 +19,19 @@ class RefusedBody : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A selfie that can be decoded.
+struct Selfie {
+  foundation::Data png;
+  std::size_t width = 0;   ///< in pixels
+  std::size_t height = 0;  ///< in pixels
+  bool isFlat = false;     ///< whether all pixels have nearly one colour
+};
+
 /// A verification request whose every member was found sound in its form.
 struct Request {
   reader::NFCPassportModel model;
-  bool hasSelfie = false;     ///< whether a selfie was sent: a PNG that can be decoded
-  bool hasPublicKey = false;  ///< whether a public key was sent: a point on P-256
+  std::optional<Selfie> selfie;
+  std::optional<foundation::Data> publicKey;  ///< as it was sent: it may be no key
 
   /// Reads a body and leaves nothing unchecked: unknown members, other types, null, other alphabets and values over
   /// their limits are refused, although a service might well accept them. Throws RefusedBody.

@@ -1,23 +1,36 @@
+#include <Foundation/Hex.hpp>
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/JSONValue.hpp>
+#include <Foundation/URLError.hpp>
 #include <Security/SecKey.hpp>
 #include <TavloCA/TavloCA.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 #include <TavloReader/DocumentSource.hpp>
 
 #include <gtest/gtest.h>
-#include <httplib.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <sys/socket.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Arrivals.hpp"
 #include "Authority.hpp"
 #include "Checks.hpp"
+#include "History.hpp"
+#include "Issuer.hpp"
+#include "Scenario.hpp"
 #include "Server.hpp"
+#include "support/Documents.hpp"
 #include "support/Printed.hpp"
+#include "support/Program.hpp"
 #include "support/TemporaryFolder.hpp"
 
 namespace tavlo::sandbox {
@@ -59,10 +72,12 @@ JSONValue with(JSONValue body, const std::string& path, const std::optional<JSON
   return body;
 }
 
+Data encoded(const JSONValue& body) {
+  return foundation::JSONEncoder().encode(body);
+}
+
 /// The results in the order biometry, certificate, integrity, registration, validity, then the whole.
-std::string resultsOf(const JSONValue& body, std::chrono::year_month_day day = today) {
-  const Answer answer =
-      check(Request::decode(foundation::JSONEncoder().encode(body)), reader::trustAnchorsIn(samples / "trust"), day);
+std::string resultsOf(const Answer& answer) {
   const auto& v = answer.verification;
   std::string digits;
   for (const Result r : {v.biometry, v.certificate, v.integrity, v.registration, v.validity, answer.status}) {
@@ -70,22 +85,71 @@ std::string resultsOf(const JSONValue& body, std::chrono::year_month_day day = t
   }
   return digits;
 }
+Answer checked(const JSONValue& body, std::chrono::year_month_day day = today, History* history = nullptr) {
+  return check(Request::decode(encoded(body)), reader::trustAnchorsIn(samples / "trust"), day, history);
+}
+
+/// A picture as a selfie is sent: one colour in all, but for the last pixel.
+std::string selfieOf(std::size_t width, std::size_t height, std::uint8_t lastPixel = 0) {
+  Data pixels(width * height * 3);
+  pixels.back() = lastPixel;
+  const auto image = uikit::UIImage::fromPixels(pixels, width, height, width * 3, uikit::PixelFormat::rgb);
+  return common::base64UrlEncodedString(UIImagePNGRepresentation(image).value()).value();
+}
 
 TEST(Sandbox, checksDocuments) {
   const JSONValue good = bodyOf("td3-jpeg");
-  EXPECT_EQ(resultsOf(good), "000000");
-  EXPECT_EQ(resultsOf(bodyOf("bad-dg1-flipped")), "001001");
-  EXPECT_EQ(resultsOf(good, 2034y / 12 / 31), "000000");
-  EXPECT_EQ(resultsOf(good, 2035y / 1 / 1), "000011");
-  EXPECT_EQ(resultsOf(with(good, "doc.DG2", std::nullopt)), "000000");
-  EXPECT_EQ(resultsOf(with(good, "doc.DG1", std::nullopt)), "000022");
-  EXPECT_EQ(resultsOf(with(good, "doc.SOD", std::nullopt)), "012001");
-  EXPECT_EQ(resultsOf(with(good, "doc", JSONObject())), "012021");
-  EXPECT_EQ(resultsOf(with(good, "performance.dgreadtime", JSONObject{{"DG1", 0.25}, {"SOD", 3}})), "000000");
-  EXPECT_EQ(resultsOf(with(good, "signing", JSONObject())), "000202");
-  EXPECT_EQ(resultsOf(with(good, "biometry", JSONObject())), "200002");
-  EXPECT_EQ(check(Request::decode(foundation::JSONEncoder().encode(good)), {}, today).verification.certificate,
-            Result::failed);
+  const std::string rsa = foundation::toHexString(generateKeyPair(security::SecKeyType::rsa).publicKey->data());
+  struct {
+    const char* path;
+    std::optional<JSONValue> value;
+    std::string results;
+  } const table[] = {
+      {"doc.DG2", std::nullopt, "000000"},
+      {"doc.DG1", std::nullopt, "000022"},
+      {"doc.SOD", std::nullopt, "012001"},
+      {"doc", JSONObject(), "012021"},
+      {"performance.dgreadtime", JSONObject{{"DG1", 0.25}, {"SOD", 3}}, "000000"},
+      {"signing", JSONObject(), "000202"},
+      {"signing.mdlPublicKey", rsa, "000000"},
+      {"signing.mdlPublicKey", rsa.substr(2), "000101"},
+      {"signing.mdlPublicKey", "04" + std::string(128, '1'), "000101"},
+      {"biometry", JSONObject(), "200002"},
+      {"biometry.selfie", selfieOf(100, 300, 200), "000000"},
+      {"biometry.selfie", selfieOf(100, 301, 200), "100001"},
+      {"biometry.selfie", selfieOf(99, 99, 200), "100001"},
+      {"biometry.selfie", selfieOf(200, 200), "100001"},
+  };
+  for (const auto& [path, value, results] : table) {
+    EXPECT_EQ(resultsOf(checked(with(good, path, value))), results) << path << results;
+  }
+  EXPECT_EQ(resultsOf(checked(good, 2034y / 12 / 31)), "000000");
+  EXPECT_EQ(resultsOf(checked(good, 2035y / 1 / 1)), "000011");
+  EXPECT_EQ(resultsOf(checked(bodyOf("bad-dg1-flipped"))), "001001");
+  EXPECT_EQ(check(Request::decode(encoded(good)), {}, today).verification.certificate, Result::failed);
+}
+
+TEST(Sandbox, remembersTheKeysOfGenuineDocuments) {
+  const test::TemporaryFolder folder;
+  const JSONValue first = bodyOf("td3-jpeg"), second = bodyOf("td3-jpeg");  // the same document, keys of their own
+  std::optional<History> history(folder.path());
+  const auto reasonOf = [&](const JSONValue& body) { return checked(body, today, &*history).reasons.back().reason; };
+  EXPECT_EQ(reasonOf(bodyOf("bad-dg1-flipped")), "key") << "not genuine, so it takes nobody's place";
+  EXPECT_EQ(reasonOf(first), "first_key");
+  EXPECT_EQ(reasonOf(first), "same_key");
+  EXPECT_EQ(reasonOf(second), "other_key");
+  EXPECT_EQ(resultsOf(checked(second, today, &*history)), "000101");
+  history.emplace(folder.path());
+  EXPECT_EQ(reasonOf(second), "other_key");
+
+  const Data full(32 + 64 * History::maximumDocuments);
+  foundation::writePrivately(folder / "history", full);
+  history.emplace(folder.path());
+  EXPECT_EQ(reasonOf(first), "first_key");
+  EXPECT_EQ(reasonOf(first), "same_key");
+  EXPECT_EQ(foundation::contentsOf(folder / "history").size(), full.size());
+  foundation::writePrivately(folder / "history", Data(95));
+  EXPECT_THROW(History(folder.path()), std::runtime_error);
 }
 
 TEST(Sandbox, readsExpiryDatesInTheNearestCentury) {
@@ -124,9 +188,7 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
       {"biometry.selfie", "+/+/", "biometry.selfie: not base64url"},
       {"biometry.selfie", base64(foundation::contentsOf(samples / "selfie.jpg")), "biometry.selfie: not a PNG"},
       {"biometry.selfie", base64(foundation::DataView(png).first(png.size() / 2)), "biometry.selfie: "},
-      {"signing.mdlPublicKey", "04" + std::string(128, '1'),
-       "signing.mdlPublicKey: not an uncompressed point on P-256"},
-      {"signing.mdlPublicKey", std::string(132, '0'), "signing.mdlPublicKey: more than 65 bytes"},
+      {"signing.mdlPublicKey", std::string(2050, '0'), "signing.mdlPublicKey: more than 1024 bytes"},
       {"device.model", std::string(257, 'x'), "device.model: longer than 256 bytes"},
       {"device.serial", "1", "device: unknown member \"serial\""},
       {"performance.dgreadtime", JSONObject{{"DG1", "1"}}, "performance.dgreadtime.DG1: not a number"},
@@ -141,7 +203,7 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
     }
   };
   for (const auto& [path, value, error] : table) {
-    EXPECT_TRUE(errorOf(foundation::JSONEncoder().encode(with(good, path, value))).starts_with(error)) << error;
+    EXPECT_TRUE(errorOf(encoded(with(good, path, value))).starts_with(error)) << error;
   }
   for (const auto* text : {"", "[]", "{\"doc\":{", "\"1.0\"", "{\"\xff\":1}"}) {
     EXPECT_TRUE(errorOf(foundation::dataOf(text)).starts_with("the body: ")) << text;
@@ -151,8 +213,9 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
 
 TEST(Sandbox, keepsItsAuthorityAndRenewsTheServersCertificate) {
   const test::TemporaryFolder temporary;
-  const auto prepare = [&, start = std::time(nullptr)](const char* folder, long days) {
-    return Authority::prepare(temporary.path() / folder, start + days * 86'400);
+  const auto prepare = [&, start = std::time(nullptr)](const char* folder, long days,
+                                                       std::vector<std::string> addresses = {}) {
+    return Authority::prepare(temporary.path() / folder, {.addresses = addresses, .now = start + days * 86'400});
   };
   const Authority files = prepare("a", 0);
   const Data authority = foundation::contentsOf(files.certificate);
@@ -161,7 +224,7 @@ TEST(Sandbox, keepsItsAuthorityAndRenewsTheServersCertificate) {
   EXPECT_EQ(foundation::contentsOf(files.serverIdentity), server);
 
   // Too old, damaged, of another authority.
-  const Data ofOther = foundation::contentsOf(prepare("b", 340).serverIdentity);
+  const Data ofOther = foundation::contentsOf(prepare("b", 340, {"192.0.2.1"}).serverIdentity);
   for (const Data& unfit : {server, Data(100), ofOther}) {
     foundation::writePrivately(files.serverIdentity, unfit);
     (void)prepare("a", 340);
@@ -170,56 +233,271 @@ TEST(Sandbox, keepsItsAuthorityAndRenewsTheServersCertificate) {
     server = renewed;
   }
   EXPECT_EQ(foundation::contentsOf(files.certificate), authority);
+  EXPECT_NO_THROW((void)prepare("b", 340, {"192.0.2.1"}));
+  EXPECT_THROW((void)prepare("b", 340, {"192.0.2.2"}), std::runtime_error) << "the authority may not sign for it";
   EXPECT_THROW((void)prepare("a", 3650), std::runtime_error);
   foundation::writePrivately(temporary.path() / "a" / "authority.pem", Data(100));
   EXPECT_THROW((void)prepare("a", 0), std::runtime_error);
+  EXPECT_EQ(fs::status(temporary.path() / "a").permissions(), fs::perms::owner_all);
 }
 
-TEST(Sandbox, servesOverTLS) {
-  const test::TemporaryFolder temporary;
-  const test::Printed printed;
-  const Authority authority = Authority::prepare(temporary.path());
-  const Server server(authority, {.port = 0, .anchors = reader::trustAnchorsIn(samples / "trust")});
-  EXPECT_THROW(Server(authority, {.port = server.port()}), PortError);
-  EXPECT_EQ(httplib::SSLClient("localhost", server.port()).Post("/verify").error(),
-            httplib::Error::SSLServerVerification);
+using CertificatePointer = std::unique_ptr<X509, decltype(&X509_free)>;
+CertificatePointer certificateIn(const std::string& pem) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
+                                                       BIO_free);
+  return {PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free};
+}
 
-  const auto clientOf = [&](const std::string& host) {
-    auto client = std::make_unique<httplib::SSLClient>(host, server.port());
-    client->set_ca_cert_path(authority.certificate.c_str());
-    client->set_read_timeout(60);
-    return client;
+TEST(Sandbox, issuesCertificatesOverTheKeyThatWasSent) {
+  const test::TemporaryFolder folder;
+  (void)Issuer(folder.path());
+  const Issuer issuer(folder.path());
+  const auto authority =
+      certificateIn(std::string(foundation::textOf(foundation::contentsOf(folder / "issuer-ca.pem"))));
+  for (const auto type : {security::SecKeyType::ellipticCurve, security::SecKeyType::rsa}) {
+    const Data key = generateKeyPair(type).publicKey->data();
+    const auto certificate = certificateIn(issuer.issue(key));
+    ASSERT_TRUE(certificate && authority);
+    EXPECT_EQ(X509_check_issued(authority.get(), certificate.get()), X509_V_OK);
+    EXPECT_EQ(X509_verify(certificate.get(), X509_get0_pubkey(authority.get())), 1);
+    Data held(key.size());
+    auto* end = held.data();
+    EXPECT_EQ(i2d_PublicKey(X509_get0_pubkey(certificate.get()), &end), static_cast<int>(key.size()));
+    EXPECT_EQ(held, key);
+    std::time_t later = std::time(nullptr) + 2 * 86'400;
+    EXPECT_LT(X509_cmp_time(X509_get0_notAfter(certificate.get()), &later), 0);
+  }
+  EXPECT_THROW((void)issuer.issue(Data(65)), std::runtime_error);
+}
+
+/// A sandbox that runs at a free port and is trusted by this process, which asks only once whom to trust.
+class RunningSandbox : public testing::Test {
+ protected:
+  void start(Server::Settings settings = {}) {
+    server_.reset();
+    static const test::TemporaryFolder folder;
+    folder_ = folder.path();
+    const Authority authority = Authority::prepare(folder_, {.flaw = settings.scenario.flaw});
+    ::setenv("SSL_CERT_FILE", authority.certificate.c_str(), 1);
+    settings.port = 0;
+    settings.state = folder_;
+    settings.anchors = reader::trustAnchorsIn(samples / "trust");
+    server_.emplace(authority, std::move(settings));
+  }
+
+  /// What an app gets: a body, or the code of an error.
+  [[nodiscard]] std::string post(const Data& body, const std::string& host = "localhost") const {
+    std::promise<std::string> outcome;
+    TavloCA::post(body, "https://" + host + ":" + std::to_string(server_->port()) + "/verify",
+                  [&](const std::optional<Data>& answer, const std::exception_ptr& error) {
+                    try {
+                      if (error) std::rethrow_exception(error);
+                      outcome.set_value(std::string(foundation::textOf(answer.value())));
+                    } catch (const foundation::URLError& failure) {
+                      outcome.set_value(std::to_string(static_cast<int>(failure.code())));
+                    }
+                  });
+    return outcome.get_future().get();
+  }
+
+  /// A connection byte by byte.
+  class Client {
+   public:
+    explicit Client(std::uint16_t port)
+        : context_(SSL_CTX_new(TLS_client_method()), SSL_CTX_free),
+          stream_(BIO_new_ssl_connect(context_.get()), BIO_free_all) {
+      BIO_set_conn_hostname(stream_.get(), ("127.0.0.1:" + std::to_string(port)).c_str());
+      BIO_do_connect(stream_.get());
+      const timeval limit{10, 0};
+      ::setsockopt(static_cast<int>(BIO_get_fd(stream_.get(), nullptr)), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    }
+    Client& send(const std::string& bytes) {
+      BIO_write(stream_.get(), bytes.data(), static_cast<int>(bytes.size()));
+      return *this;
+    }
+    /// What comes until `end` has come, or else until the connection ends or is silent for long.
+    std::string receive(const std::string& end = "\n\n\n") {
+      std::string all;
+      for (char byte = 0; all.find(end) == all.npos && BIO_read(stream_.get(), &byte, 1) == 1;) all += byte;
+      return all;
+    }
+
+   private:
+    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
+    std::unique_ptr<BIO, decltype(&BIO_free_all)> stream_;
   };
-  const auto answerIn = [](const httplib::Result& result, int status) {
-    if (!result) throw std::runtime_error(to_string(result.error()));
-    EXPECT_EQ(result->status, status);
-    EXPECT_EQ(result->get_header_value("Sandbox"), "true");
-    return foundation::JSONSerialization::jsonObject(foundation::dataOf(result->body));
-  };
-  const std::string good(foundation::textOf(foundation::JSONEncoder().encode(bodyOf("td3-jpeg"))));
-  std::vector<std::jthread> threads;
+  [[nodiscard]] Client connect() const { return Client(server_->port()); }
+
+  fs::path folder_;
+  test::Printed printed_;
+  std::optional<Server> server_;
+};
+
+std::string requestOf(const std::string& firstLine, const std::string& body = "", const std::string& fields = "") {
+  return firstLine + " HTTP/1.1\r\nHost: localhost\r\n" + fields + "Content-Length: " + std::to_string(body.size()) +
+         "\r\n\r\n" + body;
+}
+
+void expectPart(const std::string& text, const std::string& part) {
+  EXPECT_NE(text.find(part), text.npos) << part << " is not in:\n" << text;
+}
+
+TEST_F(RunningSandbox, answersAppsAndKeepsNoPersonalDataInItsLog) {
+  start();
+  const Data good = encoded(bodyOf("td3-jpeg"));
+  std::vector<std::jthread> apps;
   for (int i = 0; i < 6; ++i) {
-    threads.emplace_back([&, host = i % 2 == 0 ? "localhost" : "127.0.0.1"] {
-      const JSONValue answer = answerIn(clientOf(host)->Post("/verify", good, ""), 200);
-      EXPECT_EQ(*answer.member("status"), JSONValue(0));
-      EXPECT_EQ(answer.member("error"), nullptr);
+    apps.emplace_back([&, host = i % 2 == 0 ? "localhost" : "127.0.0.1"] {
+      expectPart(post(good, host), R"({"signing":{"cert":"-----BEGIN CERTIFICATE-----\n)");
     });
   }
-  threads.clear();
-
-  const auto client = clientOf("localhost");
-  const JSONValue refused = answerIn(client->Post("/verify", "{}", ""), 400);
-  EXPECT_EQ(*refused.member("error"), JSONValue("version: missing"));
-  EXPECT_EQ(*refused.member("verification")->member("validity"), JSONValue(2));
-  (void)answerIn(client->Get("/verify"), 405);
-  (void)answerIn(client->Post("/other", "{}", ""), 404);
-  client->set_compress(true);  // a small body that grows over the limit
-  (void)answerIn(client->Post("/verify", std::string(maximumBodySize + 1, ' '), "application/json"), 413);
-
-  for (const std::string& line : printed.lines()) {
+  apps.clear();
+  expectPart(post(encoded(JSONObject())), R"({"error":"version: missing","status":1,"verification":{"biometry":2,)");
+  EXPECT_EQ(printed_.lines().size(), 7U);
+  for (const std::string& line : printed_.lines()) {
     for (const auto* personal : {"SPECIMEN", "SYNTHIA", "TV0000042"}) EXPECT_EQ(line.find(personal), line.npos);
+    expectPart(line, " method=POST path=/verify status=");
   }
-  EXPECT_EQ(printed.lines().size(), 10U);
+  const auto arrivals = server_->arrivals().all();
+  ASSERT_EQ(arrivals.size(), 7U);
+  EXPECT_EQ(arrivals[0]->request->model.documentNumber(), "TV0000042");
+  EXPECT_EQ(arrivals[0]->body, good);
+  EXPECT_EQ(server_->arrivals().find(7)->status, 400);
+  EXPECT_THROW(Server(Authority::prepare(folder_), {.port = server_->port(), .state = folder_}), PortError);
+}
+
+TEST_F(RunningSandbox, playsScenarios) {
+  start();
+  const JSONValue empty = with(with(bodyOf("td3-jpeg"), "doc", JSONObject()), "biometry", JSONObject());
+  const auto bodyOfDocument = [&](const std::string& number) {
+    const std::string zone = std::string(test::exampleTD3).replace(44, 9, number);
+    return encoded(with(empty, "doc.DG1", foundation::toHexString(test::dataGroup1(zone))));
+  };
+  const std::string refused = R"({"status":1,"verification":{"biometry":2,"certificate":1,)";
+  const std::pair<const char*, std::string> ofDocuments[] = {
+      {"SCEN00000", refused},
+      {"SCEN00011", R"("biometry":0,"certificate":1)"},
+      {"SCEN00012", R"("biometry":1,"certificate":1)"},
+      {"SCEN00021", R"({"check":"certificate","result":0,"reason":"scenario",)"},
+      {"SCEN00031", R"("integrity":0,)"},
+      {"SCEN00042", R"("registration":1,)"},
+      {"SCEN00053", R"("validity":2},)"},
+      {"SCEN00503", refused},
+      {"SCEN01200", ""},
+      {"SCEN02000", "-1005"},
+      {"SCEN02001", "-1005"},
+      {"SCEN02002", "-1005"},
+      {"SCEN02010", "-1005"},
+      {"SCEN02011", "-1005"},
+      {"SCEN02020", "-1017"},
+      {"SCEN03001", refused},
+      {"SCEN03101", refused},
+      {"SCEN00307", refused},
+      {"SCEN00308", "-1007"},
+      {"SCEN00309", "-1022"},
+      {"SCEN00310", "-1010"},
+  };
+  for (const auto& [number, expected] : ofDocuments) {
+    SCOPED_TRACE(number);
+    const auto begun = std::chrono::steady_clock::now();
+    const std::string outcome = post(bodyOfDocument(number));
+    if (expected.starts_with("-") || expected.empty()) {
+      EXPECT_EQ(outcome, expected);
+    } else {
+      expectPart(outcome, expected);
+    }
+    const bool isSlow = std::string_view(number).starts_with("SCEN03");
+    EXPECT_EQ(std::chrono::steady_clock::now() - begun > 900ms, isSlow);
+  }
+  EXPECT_EQ(server_->arrivals().all().back()->scenario, "redirect=elsewhere");
+  EXPECT_EQ(server_->arrivals().all().size(), Arrivals::maximumCount);
+
+  const std::tuple<const char*, std::string, std::string> ofOptions[] = {
+      {"status=404", "HTTP/1.1 404 Not Found\r\n", refused},
+      {"empty=200", "Content-Length: 0\r\n", ""},
+      {"drop=20", "", "-1005"},
+      {"server-certificate=expired", "", "-1202"},
+      {"server-certificate=wrong-name", "", "-1202"},
+      {"server-certificate=self-signed", "", "-1202"},
+  };
+  for (const auto& [scenario, head, outcome] : ofOptions) {
+    SCOPED_TRACE(scenario);
+    start({.scenario = Scenario::named(scenario)});
+    if (!head.empty()) expectPart(connect().send(requestOf("POST /verify", "{}")).receive("\r\n\r\n"), head);
+    expectPart(post(bodyOfDocument("L898902C3")), outcome);
+    EXPECT_EQ(server_->arrivals().all().empty(), outcome == "-1202");
+  }
+  for (const auto* wrong : {"", "nothing", "status", "status=42", "drop=-1", "delay=1s", "garbage=1"}) {
+    EXPECT_THROW((void)Scenario::named(wrong), ScenarioError) << wrong;
+  }
+  const Data page = foundation::contentsOf(samples / "../docs/sandbox.md");
+  expectPart(std::string(foundation::textOf(page)),
+             "<!-- scenarios -->\n" + scenarioTable() + "<!-- end of scenarios -->");
+}
+
+TEST_F(RunningSandbox, setsLimitsToHostileClients) {
+  start({.limits = {.head = 300ms, .body = 400ms, .connections = 3, .bodyMemory = 5'000'000}});
+  const std::string line = "POST /verify", chunked = line + " HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {"PO", "", ""},  // cut off
+      {"no HTTP\r\n\r\n", " 400 ", "not a request that can be served"},
+      {line + " HTTP/1.1\r\nX: " + std::string(20'000, 'x'), " 431 ", "the head"},
+      {requestOf("GET /nothing"), " 404 ", "at this path"},
+      {requestOf("GET /verify"), " 405 ", "only POST"},
+      {requestOf("GET /", std::string(70'000, ' ')), " 413 ", "too large"},
+      {line + " HTTP/1.1\r\nContent-Length: 67108865\r\n\r\n", " 413 ", "too large"},
+      {line + " HTTP/1.1\r\nContent-Length: 99999999999999999999\r\n\r\n", " 400 ", "not a request"},
+      {line + " HTTP/1.1\r\nContent-Length: 9\r\nExpect: 100-continue\r\n\r\n", " 100 Continue", " 408 "},
+      {line + " HTTP/1.1\r\nContent-Length: 9\r\n\r\n{}", " 408 ", "took too long"},
+      {chunked + "4c4b41\r\n" + std::string(5'000'001, ' '), " 503 ", "too many large bodies"},
+      {chunked + "x\r\n", " 400 ", "broken"},
+      {requestOf(line, "{}", "Content-Encoding: gzip\r\n"), " 415 ", "neither compressed"},
+      {requestOf(line, "{}", "Content-Type: multipart/form-data; boundary=x\r\n"), " 415 ", "nor as a form"},
+      {requestOf("GET /") + requestOf(line, "{}"), "<!doctype html>", "version: missing"},  // on one connection
+      {"GET / HTTP/1.1\r\nHost: rebound.example\r\n\r\n", " 404 ", "at this path"},
+      {"GET / HTTP/1.1\r\nHost: [::1]:8443\r\n\r\n", " 200 ", "<!doctype html>"},
+  };
+  for (const auto& [request, status, text] : rows) {
+    SCOPED_TRACE(request.substr(0, 60) + text);
+    const std::string answer = connect().send(request).receive();
+    expectPart(answer, status);
+    expectPart(answer, text);
+    EXPECT_EQ(answer.empty(), status.empty());
+  }
+
+  start({.limits = {.connections = 2}});
+  Client first = connect(), second = connect();
+  expectPart(first.send(requestOf("GET /")).receive("\r\n\r\n"), " 200 ");
+  expectPart(second.send(requestOf("GET /")).receive("\r\n\r\n"), " 200 ");
+  expectPart(connect().send(requestOf("GET /")).receive(), " 503 ");
+}
+
+TEST_F(RunningSandbox, streamsArrivalsToItsPage) {
+  start({.limits = {.heartbeat = 50ms, .streams = 1}});
+  Client page = connect();
+  expectPart(page.send(requestOf("GET /events")).receive(":\n\n"), "Content-Type: text/event-stream\r\n");
+  expectPart(connect().send(requestOf("GET /events")).receive("}"), " 503 ");
+  (void)post(encoded(JSONObject()));
+  expectPart(page.receive("}\n\n"), "event: arrival\ndata: {\"id\":3,\"status\":400,");
+}
+
+TEST_F(RunningSandbox, finishesWhatIsUnderWayWhenItStops) {
+  start({.scenario = Scenario::named("delay=1")});
+  Client idle = connect(), page = connect();
+  (void)idle.send(requestOf("GET /")).receive("</script>\n");
+  (void)page.send(requestOf("GET /events")).receive("\r\n\r\n");
+  auto answer = std::async(std::launch::async, [&] { return post(encoded(JSONObject())); });
+  while (printed_.lines().size() < 3) std::this_thread::sleep_for(10ms);
+  const auto begun = std::chrono::steady_clock::now();
+  server_.reset();
+  expectPart(answer.get(), "version: missing");
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2500ms);
+  EXPECT_EQ(idle.receive(), "");
+  expectPart(page.receive(), "version: missing");
+
+  test::Program program;
+  EXPECT_EQ(program.run({"timeout", "--preserve-status", "1", SANDBOX_PROGRAM, "--port", "0", "--state", folder_}), 0);
+  expectPart(program.out(), "\nStopped.\n");
 }
 
 }  // namespace

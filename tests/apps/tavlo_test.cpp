@@ -242,7 +242,7 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   EXPECT_EQ(tavlo({"verify", "--passport", samples + "/td3-jpeg", "--selfie", selfie, "--trust", "@sandbox/ca.pem"}),
             0);
   EXPECT_EQ(err_, "");
-  expectPart(out_, R"({"status":0,)");
+  expectPart(out_, R"("status":0,)");
   EXPECT_EQ(run(example), 0);
   expectPart(out_, R"({"status":1,)");  // its DG11 is not the one that was signed
 }
