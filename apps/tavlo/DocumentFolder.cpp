@@ -176,6 +176,10 @@ std::set<std::string> pictureNames(const CredentialDocument& document) {
   return names;
 }
 
+void tellDamage(const std::string& file, const std::string& reason) {
+  tell(std::string("tavlo: ").append(file).append(" cannot be used: ").append(reason));
+}
+
 DocumentFolder::DocumentFolder(fs::path folder, Access access)
     : folder_(std::move(folder)), access_(access), pictures_(std::make_shared<Pictures>(folder_ / "images")) {
   const fs::path lock = folder_ / lockName;
@@ -188,7 +192,7 @@ DocumentFolder::DocumentFolder(fs::path folder, Access access)
   if (access == Access::change) foundation::createPrivateFolder(folder_);
   if (access == Access::change || fs::exists(lock)) lock_ = std::make_unique<Lock>(lock, access);
   if (access == Access::change) {
-    for (const auto& [file, reason] : sweep()) tell("tavlo: " + file + " cannot be used: " + reason);
+    for (const auto& [file, reason] : sweep()) tellDamage(file, reason);
   }
   previousStore_ = common::ImageStore::install(pictures_);
 }

@@ -22,6 +22,9 @@ struct StoredDocument {
 /// The names of the pictures of `document` and of all documents below it.
 [[nodiscard]] std::set<std::string> pictureNames(const CredentialDocument& document);
 
+/// Tells on standard error what is wrong with a record.
+void tellDamage(const std::string& file, const std::string& reason);
+
 /// The documents that the program keeps in one private folder: each record in a file `id`.json, and all pictures, which
 /// several records may name, in the folder "images". While an object lives, that is where the library keeps pictures.
 ///

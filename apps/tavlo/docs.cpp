@@ -248,7 +248,7 @@ void list(const DocsOptions& options) {
     }
     deliver(foundation::dataOf(text));
   }
-  for (const auto& [file, reason] : contents.damaged) tell("tavlo: " + file + " cannot be used: " + reason);
+  for (const auto& [file, reason] : contents.damaged) tellDamage(file, reason);
   if (!contents.damaged.empty()) {
     throw Failure(ExitCode::documents, "Damaged documents: " + std::to_string(contents.damaged.size()) +
                                            ", as told above. Put sound copies in their place or remove them");

@@ -87,7 +87,7 @@ class Docs : public testing::Test {
     for (const auto& [file, json] : records()) {
       named.insert(file);
       for (std::sregex_iterator i(json.begin(), json.end(), pattern), end; i != end; ++i) {
-        const std::string picture = named.insert("images/" + (*i)[1].str()).first->data();
+        const std::string& picture = *named.insert("images/" + (*i)[1].str()).first;
         EXPECT_NO_THROW((void)uikit::UIImage::decode(foundation::dataOf(others[picture]))) << picture;
       }
     }
