@@ -1,7 +1,5 @@
 #include <specimen/Document.hpp>
 
-#include <specimen/Identity.internal.hpp>
-
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>

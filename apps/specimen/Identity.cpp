@@ -2,6 +2,7 @@
 
 #include <Foundation/Hex.hpp>
 #include <specimen/DER.hpp>
+#include <specimen/Zone.hpp>
 
 #include <openssl/bio.h>
 #include <openssl/conf.h>
@@ -125,12 +126,6 @@ Data derivedPublicKey(std::string_view name) {
   const Data algorithm =
       element(0x30, {objectIdentifier("1.2.840.10045.2.1"), objectIdentifier("1.2.840.10045.3.1.7")});
   return element(0x30, {algorithm, element(0x03, bits)});
-}
-
-std::string digitsOf(std::chrono::year_month_day day) {
-  const auto number = static_cast<unsigned>(static_cast<int>(day.year())) * 10'000 +
-                      static_cast<unsigned>(day.month()) * 100 + static_cast<unsigned>(day.day());
-  return std::to_string(number);
 }
 
 std::time_t midnight(std::chrono::year_month_day day) {

@@ -55,8 +55,6 @@ struct CertificateContent {
 [[nodiscard]] Identity certified(Owned<EVP_PKEY, EVP_PKEY_free> key, const CertificateContent& content,
                                  const Identity* issuer = nullptr);
 
-/// A day as YYYYMMDD; the year has four digits.
-[[nodiscard]] std::string digitsOf(std::chrono::year_month_day day);
 /// Midnight (UTC) of a day.
 [[nodiscard]] std::time_t midnight(std::chrono::year_month_day day);
 

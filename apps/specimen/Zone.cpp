@@ -118,13 +118,6 @@ std::string birthField(const std::string& digits) {
   return checked(field);
 }
 
-std::string expiryField(std::chrono::year_month_day date) {
-  require(date.ok(), "the date of expiry is no date");
-  const auto twoDigits = [](unsigned value) { return std::to_string(100 + value % 100).substr(1); };
-  return checked(twoDigits(static_cast<unsigned>(static_cast<int>(date.year()))) +
-                 twoDigits(static_cast<unsigned>(date.month())) + twoDigits(static_cast<unsigned>(date.day())));
-}
-
 void checkCharacters(const PrintedData& data) {
   const auto all = [](const std::string& text, auto isFit) { return std::ranges::all_of(text, isFit); };
   const bool isPassport = data.format == MRZ::Format::TD3;
@@ -170,12 +163,20 @@ std::string transliterated(std::string_view name) {
   return text;
 }
 
+std::string digitsOf(std::chrono::year_month_day day) {
+  const int year = static_cast<int>(day.year());
+  require(day.ok() && year >= 1000 && year <= 9999, "a date is no day of a year with four digits");
+  return std::to_string(static_cast<unsigned>(year) * 10'000 + static_cast<unsigned>(day.month()) * 100 +
+                        static_cast<unsigned>(day.day()));
+}
+
 std::string zone(const PrintedData& data) {
   checkCharacters(data);
   const std::string begin = padded(data.documentCode, 2, "the document code") + std::string(utopia);
   const std::string nationality = padded(data.nationality, 3, "the nationality");
   const std::string birth = birthField(data.dateOfBirth);
-  const std::string genderAndExpiry = (data.gender == 'X' ? filler : data.gender) + expiryField(data.dateOfExpiry);
+  const std::string genderAndExpiry =
+      (data.gender == 'X' ? filler : data.gender) + checked(digitsOf(data.dateOfExpiry).substr(2));
   const std::string expiry = genderAndExpiry.substr(1);
 
   if (data.format == MRZ::Format::TD1) {

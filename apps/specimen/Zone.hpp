@@ -29,6 +29,9 @@ struct PrintedData {
 /// long for their field are cut. Throws std::invalid_argument, without personal data, for what fits no zone.
 [[nodiscard]] std::string zone(const PrintedData& data);
 
+/// A day as YYYYMMDD. Throws std::invalid_argument when it is none, or its year has no four digits.
+[[nodiscard]] std::string digitsOf(std::chrono::year_month_day day);
+
 /// A name in the letters of a zone, its parts separated by fillers; common Latin letters as ICAO Doc 9303-3 gives them.
 /// Throws std::invalid_argument when there is any other.
 [[nodiscard]] std::string transliterated(std::string_view name);
