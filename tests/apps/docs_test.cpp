@@ -221,7 +221,7 @@ TEST_F(Docs, survivesBeingKilled) {
   const int kills = variable == nullptr ? 50 : std::stoi(variable);
   std::mt19937 random{std::random_device{}()};
   const auto anyOf = [&](const Files& all) {
-    return std::next(all.begin(), random() % all.size())->first.substr(0, 12);
+    return std::next(all.begin(), static_cast<std::ptrdiff_t>(random() % all.size()))->first.substr(0, 12);
   };
   const auto wordsOf = [](const std::string& name, const std::string& id) {
     return name == "demo" ? Words{name} : name == "certify" ? Words{name, id} : Words{name, id, "--yes"};
