@@ -33,6 +33,7 @@ namespace {
 constexpr int threadCount = 2;                     // of each kind: for the network, and for the routes' work
 constexpr std::size_t turnedAwayPolitely = 16;     // connections beyond the limit that still get an answer
 constexpr std::uint32_t maximumHeadSize = 16'384;  // bytes
+constexpr std::size_t maximumBuffer = 131'072;     // bytes between the socket and the parser
 constexpr std::size_t maximumUnread = 1'048'576;   // bytes of events
 constexpr milliseconds drainTime{5'000};           // for what a client still sends after it was answered
 constexpr milliseconds drainTimeWhenStopping{300};
@@ -92,6 +93,7 @@ struct HTTPServer::Implementation {
   Implementation& operator=(const Implementation&) = delete;
 
   void listen();
+  void run();
   void accept(Listener& listener);
   void admit(tcp::socket socket);
   void leave(Connection* connection);
@@ -458,7 +460,7 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
   bool late_ = false;
   std::atomic<bool> isOpen_ = true;
 
-  boost::beast::flat_buffer buffer_;
+  boost::beast::flat_buffer buffer_{maximumBuffer};
   std::optional<Parser> parser_;
   const Route* route_ = nullptr;
   HTTPRequest request_;
@@ -487,7 +489,7 @@ HTTPServer::Implementation::Implementation(Settings wanted) : settings(std::move
   }
   listen();
   for (int i = 0; i < threadCount; ++i) {
-    threads.push_back(foundation::startNetThread("http", [this] { io.run(); }));
+    threads.push_back(foundation::startNetThread("http", [this] { run(); }));
   }
   for (Listener& listener : listeners) accept(listener);
 }
@@ -509,6 +511,7 @@ HTTPServer::Implementation::~Implementation() {
     left.wait_for(lock, settings.limits.stop, [this] { return connections.empty(); });
   }
   tellAll(&Connection::end);
+  workers.stop();
   workers.join();
   untilStopped.reset();
   for (std::thread& thread : threads) thread.join();
@@ -531,6 +534,18 @@ void HTTPServer::Implementation::listen() {
       }
     }
     if (!listeners.empty()) settings.port = port;
+  }
+}
+
+/// Without memory for it, say, an operation throws, and its connection goes with it; the others are served on.
+void HTTPServer::Implementation::run() {
+  for (bool hasFailed = true; hasFailed;) {
+    try {
+      io.run();
+      hasFailed = false;
+    } catch (const std::exception&) {
+      foundation::print("A connection was given up: not enough memory, or a fault of the sandbox itself.");
+    }
   }
 }
 

@@ -197,7 +197,8 @@ Scenario Scenario::forDocument(std::string_view documentNumber) {
 
 void Scenario::apply(Answer& answer) const {
   if (!outcome || answer.error) return;
-  const auto& [check, result] = *outcome;
+  const std::string_view check = outcome->first;
+  const Result result = outcome->second;
   std::erase_if(answer.reasons, [&](const Reason& reason) { return reason.check == check; });
   answer.reasons.push_back({std::string(check), result, "scenario", "The scenario " + name + " has it so."});
   conclude(answer);
