@@ -36,12 +36,13 @@ function(tavlo_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} tavlo_build_flags)
 endfunction()
 
-# tavlo_test(NAME SOURCES ... LINK ...): a GoogleTest program; each of its tests is one test of ctest.
+# tavlo_test(NAME LABEL label SOURCES ... LINK ...): a GoogleTest program; each of its tests is one test of ctest. The
+# label is optional.
 function(tavlo_test name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "" "LABEL" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main tavlo_build_flags)
   target_compile_definitions(${name} PRIVATE TAVLO_SAMPLES_DIR="${PROJECT_SOURCE_DIR}/samples")
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${arg_LABEL}")
 endfunction()
