@@ -1,87 +1,74 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "Authority.hpp"
 #include "Server.hpp"
 #include "support/Arrivals.hpp"
 #include "support/Browser.hpp"
 #include "support/Printed.hpp"
-#include "support/TemporaryFolder.hpp"
 
 namespace tavlo::sandbox {
 namespace {
-
-constexpr auto tab = "\uE004", enter = "\uE007";
-
-std::string heading(int id) {
-  return "return document.querySelector('#arrivals > :first-child h2')?.textContent.startsWith('Request " +
-         std::to_string(id) + " ')";
-}
 
 TEST(SandboxPageInBrowser, showsArrivalsLiveAndRunsNothingOfThem) {
   if (!test::Browser::isInstalled()) GTEST_SKIP() << "chromium and chromedriver (chromium-driver) are not installed";
   const test::Printed silent;
   const test::TemporaryFolder folder;
   Server server(Authority::prepare(folder.path()), {.port = 0, .state = folder.path()});
+  const std::string url = "https://localhost:" + std::to_string(server.port()) + "/";
   test::Browser browser;
-  browser.open("https://localhost:" + std::to_string(server.port()) + "/");
-  EXPECT_TRUE(browser.waitFor("return document.getElementById('live').textContent == 'Live'"));
-  EXPECT_EQ(browser.run("return document.querySelector('.empty').checkVisibility()"), "true");
-  (void)browser.run("window.isSamePage = true");
-
-  const auto add = [&](Arrival arrival) {
-    const auto id = static_cast<int>(arrival.id);
-    server.arrivals().add(std::move(arrival));
-    EXPECT_TRUE(browser.waitFor(heading(id))) << id;
+  const auto expect = [&](const std::string& expression, const std::string& value = "true") {
+    EXPECT_EQ(browser.run("return " + expression), value) << expression;
   };
-  const auto verdict = [&] { return browser.run("return document.querySelector('.arrival h2 .result').textContent"); };
-  add(test::arrivalOfSample(1, "td3-jpeg"));
-  EXPECT_EQ(verdict(), "\"Passed\"");
-  EXPECT_TRUE(
-      browser.waitFor("return [...document.querySelectorAll('figure img')].filter(i => i.naturalWidth > 100)"
-                      ".length == 2"));
-  EXPECT_EQ(browser.run("return document.querySelector('.empty').checkVisibility()"), "false");
-  EXPECT_EQ(browser.run("return document.getElementById('news').textContent"), "\"Request 1 Passed\"");
-  add(test::arrivalOfSample(2, "bad-dg1-flipped"));
-  EXPECT_EQ(verdict(), "\"Failed\"");
-  EXPECT_EQ(browser.run("return document.querySelector('.checks > .failed').textContent.includes('DG1 is not as')"),
-            "true");
-  EXPECT_EQ(browser.run("return window.isSamePage"), "true");
+  const auto await = [&](const std::string& expression) {
+    EXPECT_TRUE(browser.waitFor("return " + expression)) << expression;
+  };
+  const std::string topmost = "document.querySelector('#arrivals > :first-child h2')?.textContent == ";
+  const auto hasConsole = [&](const std::string& part) { return browser.console().find(part) != std::string::npos; };
+
+  browser.open(url);
+  await("document.getElementById('live').textContent == 'Live'");
+  expect("(window.isSamePage = true) && document.querySelector('.empty').checkVisibility()");
+  server.arrivals().add(test::arrivalOf(1, test::sample("td3-jpeg")));
+  await(topmost + "'Request 1 Passed'");
+  await("[...document.querySelectorAll('figure img')].filter(image => image.naturalWidth > 100).length == 2");
+  expect("document.querySelector('.empty').checkVisibility()", "false");
+  server.arrivals().add(test::arrivalOf(2, test::sample("bad-dg1-flipped")));
+  await(topmost + "'Request 2 Failed'");
+  await("document.getElementById('news').textContent == 'Request 2 Failed'");
+  expect("document.querySelector('.checks > .failed').textContent.includes('DG1 is not as it was signed.')");
+  expect("window.isSamePage");
   EXPECT_EQ(browser.console(), "[]");
 
+  // A hostile document, once put in by the script and once as the page brings it.
   const std::string body = "</pre></details><script>hit=4</script><img src=x onerror='hit=5'>";
-  add(test::arrivalOf(3, test::hostileDocument(), body));
-  browser.open("https://localhost:" + std::to_string(server.port()) + "/");  // as the server renders it at once
-  EXPECT_TRUE(browser.waitFor(heading(3)));
-  EXPECT_EQ(browser.run("return document.querySelector('.raw pre').textContent"), '"' + body + '"');
-  EXPECT_EQ(browser.run("return document.querySelector('.printed .wide:nth-child(3) dd').textContent"),
-            R"("&lt;script&gt;hit=1&lt;/script&gt; \"'> img src=x onerror=\"hit=2\">U+202EgpjU+0007")");
-  EXPECT_EQ(browser.run("return document.querySelectorAll('main script, main img:not([src^=\"/arrivals/\"])').length"),
-            "0");
-  EXPECT_EQ(browser.run("return typeof hit"), "\"undefined\"");
-  const std::string missingPortrait = browser.console();  // a portrait that is none leaves its one line there
-  EXPECT_EQ(missingPortrait.find("Content Security Policy"), missingPortrait.npos) << missingPortrait;
-
-  // Were markup to slip through, the policy would still stop it.
-  (void)browser.run("document.body.insertAdjacentHTML('beforeend', '<img src=\"/x\" onerror=\"hit=6\">')");
-  std::string console;
-  for (int i = 0; i < 100 && console.find("Content Security Policy") == console.npos; ++i) console += browser.console();
-  EXPECT_NE(console.find("Content Security Policy"), console.npos) << console;
-  EXPECT_EQ(browser.run("return typeof hit"), "\"undefined\"");
-
-  for (int i = 0; i < 20 && browser.run("return document.activeElement.matches('.raw summary')") != "true"; ++i) {
-    browser.press(tab);
+  server.arrivals().add(test::arrivalOf(3, test::hostileDocument(), body));
+  for (int i = 0; i < 2; ++i) {
+    await(topmost + "'Request 3 Failed'");
+    expect("document.querySelector('.raw pre').textContent", '"' + body + '"');
+    expect("document.querySelector('.printed .wide:nth-child(3) dd').textContent",
+           R"("&lt;script&gt;hit=1&lt;/script&gt; \"'> img src=x onerror=\"hit=2\">U+202EgpjU+0007")");
+    expect("document.querySelectorAll('main script, main img:not([src^=\"/arrivals/\"])').length", "0");
+    expect("typeof hit", "\"undefined\"");
+    EXPECT_FALSE(hasConsole("Content Security Policy")) << "nothing may even have tried";
+    browser.open(url);
   }
-  EXPECT_EQ(browser.run("return getComputedStyle(document.activeElement).outlineStyle"), "\"solid\"");
+  // Were markup to slip through, the policy would still stop it.
+  (void)browser.run("document.body.insertAdjacentHTML('beforeend', '<img src=x onerror=\"hit=6\">')");
+  bool isStopped = false;
+  for (int i = 0; i < 100 && !isStopped; ++i) isStopped = hasConsole("Content Security Policy");
+  EXPECT_TRUE(isStopped);
+  expect("typeof hit", "\"undefined\"");
+
+  constexpr auto tab = "\uE004", enter = "\uE007";
+  const std::string isAtBody = "return document.activeElement.matches('#arrival-3 .raw summary')";
+  for (int i = 0; i < 20 && browser.run(isAtBody) != "true"; ++i) browser.press(tab);
+  expect("getComputedStyle(document.activeElement).outlineStyle", "\"solid\"");
   browser.press(enter);
   browser.press(tab);
-  EXPECT_EQ(browser.run("const pre = document.activeElement; return pre.matches('#arrival-3 pre') && "
-                        "pre.checkVisibility()"),
-            "true");
+  expect("document.activeElement.matches('#arrival-3 pre') && document.activeElement.checkVisibility()");
 
   browser.setWidth(320);
-  EXPECT_EQ(browser.run("return document.documentElement.scrollWidth"), "320");
+  expect("document.documentElement.scrollWidth", "320");
 }
 
 }  // namespace

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <Foundation/Data.hpp>
 #include <Security/SecKey.hpp>
 #include <TavloReader/DocumentSource.hpp>
-#include <TavloReader/PassiveAuthentication.hpp>
-
-#include <filesystem>
-#include <utility>
 
 #include "Arrivals.hpp"
 #include "Checks.hpp"
@@ -19,30 +14,29 @@ inline sandbox::Arrival arrivalOf(std::uint64_t id, reader::NFCPassportModel doc
   const std::filesystem::path samples = TAVLO_SAMPLES_DIR;
   sandbox::Arrival arrival;
   arrival.id = id;
-  sandbox::Request& request = arrival.request.emplace();
+  arrival.body = foundation::dataOf(body);
+  arrival.bodySize = body.size();
+  auto& request = arrival.request.emplace();
   request.model = std::move(document);
   request.selfie = {foundation::contentsOf(samples / "selfie.png"), 480, 640};
   request.publicKey = security::generateKeyPair(security::SecKeyType::ellipticCurve).publicKey->data();
-  const auto today = std::chrono::year(2026) / std::chrono::July / 1;
+  const auto today = std::chrono::year(2026) / 7 / 1;
   arrival.answer = check(request, reader::trustAnchorsIn(samples / "trust"), today);
-  arrival.body = foundation::dataOf(body);
-  arrival.bodySize = body.size();
   return arrival;
 }
-inline sandbox::Arrival arrivalOfSample(std::uint64_t id, const char* sample, std::string_view body = "{}") {
-  return arrivalOf(id, reader::readDocument(std::filesystem::path(TAVLO_SAMPLES_DIR) / sample).model, body);
+inline reader::NFCPassportModel sample(const char* name) {
+  return reader::readDocument(std::filesystem::path(TAVLO_SAMPLES_DIR) / name).model;
 }
 
 /// A document whose texts want to be markup. In names "<" is a filler; in the number it stays.
-inline constexpr std::string_view hostileName =
-    "&lt;script&gt;hit=1&lt;/script&gt; \"'><img src=x onerror=\"hit=2\">\xE2\x80\xAEgpj\x07";
 inline reader::NFCPassportModel hostileDocument() {
-  using reader::DataGroup;
+  const auto* zone = R"(P<UTO"><<IMG ONERROR="&#104;IT=3">;<<<<<<<<<"<u>&'<i>6UTO7408122F1204159ZE184226B<<<<<10)";
+  const auto* name = "&lt;script&gt;hit=1&lt;/script&gt; \"'><img src=x onerror=\"hit=2\">\u202Egpj\x07";
   reader::NFCPassportModel document;
-  document.add(DataGroup::parse(
-      dataGroup1(R"(P<UTO"><<IMG ONERROR="&#104;IT=3">;<<<<<<<<<"<u>&'<i>6UTO7408122F1204159ZE184226B<<<<<10)")));
-  document.add(DataGroup::parse(dataGroup2(foundation::dataOf("no picture"))));
-  document.add(DataGroup::parse(tlv(0x6B, joined({tlv(0x5C, Data{0x5F, 0x0E}), tlv(0x5F0E, hostileName)}))));
+  for (const Data& file : {dataGroup1(zone), dataGroup2(foundation::dataOf("no picture")),
+                           tlv(0x6B, joined({tlv(0x5C, Data{0x5F, 0x0E}), tlv(0x5F0E, name)}))}) {
+    document.add(reader::DataGroup::parse(file));
+  }
   return document;
 }
 

@@ -5,10 +5,8 @@
 
 #include <curl/curl.h>
 
-#include <chrono>
+#include <memory>
 #include <stdexcept>
-#include <string>
-#include <thread>
 
 #include "support/Program.hpp"
 
@@ -17,10 +15,6 @@ namespace tavlo::test {
 /// Chromium without a window, steered through chromedriver (W3C WebDriver). Takes any server certificate.
 class Browser {
  public:
-  using JSON = foundation::JSONValue;
-  using Object = foundation::JSONObject;
-  using Array = foundation::JSONArray;
-
   [[nodiscard]] static bool isInstalled() {
     return Program().run({"sh", "-c", "command -v chromium && command -v chromedriver"}) == 0;
   }
@@ -28,79 +22,62 @@ class Browser {
   Browser() {
     driver_.start({"chromedriver", "--port=0"});
     const std::string sign = "started successfully on port ";
-    if (!driver_.waitForOut(".\n") || !driver_.waitForOut(sign)) throw std::runtime_error("no chromedriver");
-    base_ =
-        "http://127.0.0.1:" + std::to_string(std::stoi(driver_.out().substr(driver_.out().find(sign) + sign.size())));
-    const Object options{
-        {"args", Array{"--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=1280,1000"}}};
-    const Object wanted{{"acceptInsecureCerts", true},
-                        {"goog:loggingPrefs", Object{{"browser", "ALL"}}},
-                        {"goog:chromeOptions", options}};
-    const JSON session = post("/session", Object{{"capabilities", Object{{"alwaysMatch", wanted}}}});
-    base_ += "/session/" + *session.member("sessionId")->getIf<std::string>();
+    if (!driver_.waitForOut(sign) || !driver_.waitForOut(".\n")) throw std::runtime_error("no chromedriver");
+    const int port = std::stoi(driver_.out().substr(driver_.out().find(sign) + sign.size()));
+    base_ = "http://127.0.0.1:" + std::to_string(port) + "/session";
+    const auto session = send("", R"({"capabilities": {"alwaysMatch": {
+      "acceptInsecureCerts": true, "goog:loggingPrefs": {"browser": "ALL"}, "goog:chromeOptions": {
+      "args": ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=1280,1000"]}}}})");
+    base_ += "/" + *session.member("sessionId")->getIf<std::string>();
   }
-  ~Browser() {
-    try {
-      (void)send("DELETE", "", "");
-    } catch (const std::exception&) {  // it goes with its driver
-    }
-  }
+  ~Browser() { (void)run("window.close()"); }
   Browser(const Browser&) = delete;
   Browser& operator=(const Browser&) = delete;
 
-  void open(const std::string& url) { (void)post("/url", Object{{"url", url}}); }
+  void open(const std::string& url) { (void)send("/url", R"({"url": ")" + url + "\"}"); }
   /// What the body of a JavaScript function returns, as JSON text.
   std::string run(const std::string& script) {
-    const JSON value = post("/execute/sync", Object{{"script", script}, {"args", Array()}});
-    return std::string(foundation::textOf(foundation::JSONEncoder().encode(value)));
+    return text(send("/execute/sync", R"({"args": [], "script": )" + text(script) + "}"));
   }
   /// Runs `script` again and again until it returns true; false when that takes too long.
   [[nodiscard]] bool waitFor(const std::string& script) {
-    for (int i = 0; i < 500; ++i) {
-      if (run(script) == "true") return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    int attempts = 500;
+    while (run(script) != "true" && --attempts > 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return attempts > 0;
   }
-  /// Presses and releases one key; those without a letter are in WebDriver's private characters.
+  /// Presses one key; those without a letter are in WebDriver's private characters.
   void press(const std::string& key) {
-    const auto action = [&](const char* type) { return Object{{"type", type}, {"value", key}}; };
-    const Object keyboard{{"type", "key"}, {"id", "keyboard"}, {"actions", Array{action("keyDown"), action("keyUp")}}};
-    (void)post("/actions", Object{{"actions", Array{keyboard}}});
+    (void)send("/actions", R"({"actions": [{"type": "key", "id": "k", "actions": [{"type": "keyDown", "value": ")" +
+                               key + R"("}, {"type": "keyUp", "value": ")" + key + "\"}]}]}");
   }
   void setWidth(int pixels) {
-    const Object size{{"width", pixels}, {"height", 800}, {"deviceScaleFactor", 1}, {"mobile", true}};
-    (void)post("/goog/cdp/execute", Object{{"cmd", "Emulation.setDeviceMetricsOverride"}, {"params", size}});
+    (void)send("/goog/cdp/execute", R"({"cmd": "Emulation.setDeviceMetricsOverride", "params": {"mobile": true,
+      "height": 800, "deviceScaleFactor": 1, "width": )" +
+                                        std::to_string(pixels) + "}}");
   }
   /// The messages of the console since the last call, as JSON text.
-  std::string console() {
-    const JSON log = post("/se/log", Object{{"type", "browser"}});
-    return std::string(foundation::textOf(foundation::JSONEncoder().encode(log)));
-  }
+  std::string console() { return text(send("/se/log", R"({"type": "browser"})")); }
 
  private:
-  static std::size_t append(const char* bytes, std::size_t, std::size_t count, void* text) {
-    static_cast<std::string*>(text)->append(bytes, count);
+  static std::string text(const foundation::JSONValue& value) {
+    return std::string(foundation::textOf(foundation::JSONEncoder().encode(value)));
+  }
+  static std::size_t append(const char* bytes, std::size_t, std::size_t count, void* answer) {
+    static_cast<std::string*>(answer)->append(bytes, count);
     return count;
   }
-
-  JSON post(const std::string& path, const JSON& body) {
-    return send("POST", path, std::string(foundation::textOf(foundation::JSONEncoder().encode(body))));
-  }
-  JSON send(const char* method, const std::string& path, const std::string& body) {
+  foundation::JSONValue send(const std::string& path, const std::string& body) {
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
-    std::string text;
+    std::string answer;
     curl_easy_setopt(curl.get(), CURLOPT_URL, (base_ + path).c_str());
     curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method);
-    if (!body.empty()) curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &append);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &text);
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, 60L);
-    if (curl_easy_perform(curl.get()) != CURLE_OK) throw std::runtime_error("no answer of chromedriver");
-    const JSON answer = foundation::JSONSerialization::jsonObject(foundation::dataOf(text));
-    const JSON* value = answer.member("value");
-    if (value == nullptr || value->member("error") != nullptr) throw std::runtime_error(text);
+    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer);
+    const bool isAnswered = curl_easy_perform(curl.get()) == CURLE_OK;
+    const auto json = foundation::JSONSerialization::jsonObject(foundation::dataOf(isAnswered ? answer : "{}"));
+    const auto* value = json.member("value");
+    if (value == nullptr || value->member("error") != nullptr) throw std::runtime_error("chromedriver: " + answer);
     return *value;
   }
 
