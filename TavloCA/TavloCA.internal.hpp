@@ -10,8 +10,8 @@
 #include <string>
 #include <tuple>
 
-// The records of a verification request; the names of their members are the keys on the wire. Below them an older
-// envelope for a request, and the shape that the service declares for its answer; nothing uses either.
+// The records of a verification request; the names of their members are the keys on the wire. Below them a request in
+// an envelope, and records in the shape of the service's answer: declared forms, which nothing uses.
 
 namespace tavlo {
 
@@ -100,7 +100,7 @@ struct Instrumentation {
   static constexpr auto members() { return std::tuple{foundation::member("data", &Instrumentation::data)}; }
 };
 
-/// The envelope.
+/// A request in an envelope, with what an app tells of the document.
 struct APDU {
   std::optional<std::string> type;
   std::optional<std::string> version;

@@ -140,13 +140,13 @@ class DocumentFolder::Pictures final : public common::ImageStore {
 
   /// Keeps bytes under a name of somebody else's choice, unless just these are there already.
   void keep(const std::string& name, DataView bytes) {
-    if (isFile(file(name))) {
-      if (std::ranges::equal(foundation::contentsOf(file(name)), bytes)) return;
-      throw Failure(ExitCode::input, "Another picture is kept under the name " + name + " already");
+    if (!fs::exists(fs::symlink_status(file(name)))) {
+      foundation::createPrivateFolder(folder_);
+      new_.insert(name);
+      foundation::writePrivately(file(name), bytes);
+    } else if (!isFile(file(name)) || !std::ranges::equal(foundation::contentsOf(file(name)), bytes)) {
+      throw Failure(ExitCode::input, "Something else is kept under the name " + name + " already");
     }
-    foundation::createPrivateFolder(folder_);
-    new_.insert(name);
-    foundation::writePrivately(file(name), bytes, foundation::IfExists::fail);
   }
 
   [[nodiscard]] fs::path file(const std::string& name) const { return folder_ / name; }
@@ -301,14 +301,18 @@ void DocumentFolder::write(const std::string& id, DataView json) {
 }
 
 void DocumentFolder::takeIn(const std::string& name, const std::optional<fs::path>& pictures) {
-  if (!pictures || !fs::exists(*pictures / name)) {
+  std::error_code unreadable;  // is told when the picture is read
+  if (!pictures || fs::status(*pictures / name, unreadable).type() == fs::file_type::not_found) {
     if (isFile(pictures_->file(name))) return;
     throw Failure(ExitCode::input, "The document names the picture " + name +
                                        ", which is not there. Name the folder that holds it with --images");
   }
-  const Data bytes = foundation::contentsOf(*pictures / name, maximumPictureSize);
+  Data bytes;
   try {
+    bytes = foundation::contentsOf(*pictures / name, maximumPictureSize);
     (void)uikit::UIImage::decode(bytes);
+  } catch (const std::system_error& error) {
+    throw Failure(ExitCode::input, error.what());
   } catch (const uikit::ImageError& error) {
     throw Failure(ExitCode::input, (*pictures / name).string() + ": " + error.what());
   }

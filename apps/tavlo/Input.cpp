@@ -27,6 +27,8 @@ template <class Read>
 auto reading(const std::string& path, Read read) {
   try {
     return read();
+  } catch (const std::filesystem::filesystem_error& error) {
+    throw Failure(ExitCode::input, error.path1().string() + ": " + error.code().message());
   } catch (const std::exception& error) {
     const std::string reason = error.what();
     const bool isNamed = reason.find(path) != std::string::npos;

@@ -73,7 +73,7 @@ constexpr std::array flags{
 
 /// A picture that a document names.
 struct Picture {
-  std::string label;  ///< such as "portrait", or "portrait 1.2" for that of the first child's second child
+  std::string label;  ///< such as "portrait", or "portrait-1.2" for that of the first child's second child
   std::string name;
   std::size_t width = 0;
   std::size_t height = 0;
@@ -250,7 +250,7 @@ void list(const DocsOptions& options) {
   }
   for (const auto& [file, reason] : contents.damaged) tellDamage(file, reason);
   if (!contents.damaged.empty()) {
-    throw Failure(ExitCode::documents, "Damaged documents: " + std::to_string(contents.damaged.size()) +
+    throw Failure(ExitCode::documents, "Documents that cannot be used: " + std::to_string(contents.damaged.size()) +
                                            ", as told above. Put sound copies in their place or remove them");
   }
   if (contents.documents.empty()) tell("tavlo: no documents in " + folderOf(options).string());
@@ -306,7 +306,7 @@ void exportDocument(const DocsOptions& options) {
   }
 }
 
-void import(const DocsOptions& options) {
+void importDocument(const DocsOptions& options) {
   const auto json = loadFile(options.file);
   const std::string id = DocumentFolder(folderOf(options), Access::change).import(json, options.images);
   deliverLine(id);
@@ -351,7 +351,7 @@ void addDocs(CLI::App& app) {
   docs->footer(
       "Examples:\n"
       "  tavlo docs add --passport samples/td3-jpeg\n"
-      "  tavlo docs list\n"
+      "  tavlo docs list --folder my-documents\n"
       "  tavlo docs show 0123456789ab --images pictures\n\n" +
       exitCodeHelp());
 
@@ -400,7 +400,7 @@ void addDocs(CLI::App& app) {
   command->add_option("--out", options->out, "Write to this file instead of standard output")->type_name("FILE");
   addImages(command, "Copy the pictures there, under the names in the record");
 
-  command = addCommand("import", "Keep a record that was exported, and write its new ID", import);
+  command = addCommand("import", "Keep a record that was exported, and write its new ID", importDocument);
   command->add_option("file", options->file, "The record")->required()->type_name("FILE");
   addImages(command, "Where the pictures are that the record names and the folder does not have");
 

@@ -140,8 +140,10 @@ TEST_F(Docs, refusesUnfitRecordsAndKeepsNothingOfThem) {
   (void)kept({"demo"});
   const Files before = files();
   const std::string taken = before.rbegin()->first.substr("images/"s.size());
-  fs::create_directory(folder_ / "in");
-  for (const auto& name : {"fine.png"s, taken}) fs::copy(samples + "/selfie.png", folder_ / "in" / name);
+  for (const auto* name : {"in", "in/sub.png", "documents/images/folder.png"}) fs::create_directory(folder_ / name);
+  for (const auto& name : {"fine.png"s, "folder.png"s, taken}) {
+    fs::copy(samples + "/selfie.png", folder_ / "in" / name);
+  }
   write("in/text.png", "no picture");
 
   std::string many = recordWith("");
@@ -152,7 +154,9 @@ TEST_F(Docs, refusesUnfitRecordsAndKeepsNothingOfThem) {
       {recordWith(R"("documentType":"X",)"), "documentType"},
       {recordWith(R"("signatureFilename":"gone.png",)"), "gone.png, which is not there"},
       {recordWith(R"("portraitFilename":"fine.png","signatureFilename":"text.png",)"), "text.png: "},
-      {recordWith(R"("signatureFilename":")" + taken + R"(",)"), "Another picture"},
+      {recordWith(R"("portraitFilename":"sub.png",)"), "sub.png: Is a directory"},
+      {recordWith(R"("portraitFilename":"folder.png",)"), "Something else"},
+      {recordWith(R"("signatureFilename":")" + taken + R"(",)"), "Something else"},
       {recordWith("") + std::string(1 << 20, ' '), "larger than 1 MiB"},
       {recordWith(R"("x":)" + std::string(600, '[') + std::string(600, ']') + ","), "more than 512"},
       {recordWith("", many), "more than 1000 documents"},

@@ -4,6 +4,7 @@
 #include <Foundation/JSONValue.hpp>
 
 #include <curl/curl.h>
+#include <gtest/gtest.h>
 
 #include <memory>
 #include <stdexcept>
@@ -30,7 +31,13 @@ class Browser {
       "args": ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=1280,1000"]}}}})");
     base_ += "/" + *session.member("sessionId")->getIf<std::string>();
   }
-  ~Browser() { (void)run("window.close()"); }
+  ~Browser() {
+    try {
+      (void)send("", "", "DELETE");
+    } catch (const std::exception& error) {
+      ADD_FAILURE() << "the browser still runs: " << error.what();
+    }
+  }
   Browser(const Browser&) = delete;
   Browser& operator=(const Browser&) = delete;
 
@@ -66,11 +73,12 @@ class Browser {
     static_cast<std::string*>(answer)->append(bytes, count);
     return count;
   }
-  foundation::JSONValue send(const std::string& path, const std::string& body) {
+  foundation::JSONValue send(const std::string& path, const std::string& body, const char* method = "POST") {
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
     std::string answer;
     curl_easy_setopt(curl.get(), CURLOPT_URL, (base_ + path).c_str());
     curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method);
     curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &append);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer);
