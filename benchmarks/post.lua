@@ -1,0 +1,1 @@
+wrk.method, wrk.body = "POST", ("x"):rep(1000)
