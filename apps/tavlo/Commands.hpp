@@ -35,8 +35,11 @@ struct VerifyOptions {
   std::string selfie;
   std::optional<std::string> trust;
   bool showLines = false;
+  bool save = false;
+  std::optional<std::string> folder;
 };
-/// Verifies a passport and writes the service's answer to standard output.
+/// Verifies a passport and writes the service's answer to standard output. With `save` keeps the passport among the
+/// documents, and beside it the certificate that was issued to its key.
 void verify(const VerifyOptions& options);
 
 struct PostOptions {

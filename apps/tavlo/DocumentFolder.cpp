@@ -39,6 +39,7 @@ constexpr std::size_t maximumDocumentsInRecord = 1'000;
 constexpr std::size_t idSize = 12;
 /// Marks a folder as one of documents, too.
 constexpr auto lockName = "documents.lock";
+constexpr auto credentialExtension = ".pem";
 
 bool isId(std::string_view text) {
   return text.size() == idSize && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
@@ -76,7 +77,7 @@ void collect(const CredentialDocument& document, std::vector<const CredentialDoc
 /// The document in `json`; throws std::exception with the reason when it is unfit to be kept.
 StoredDocument parse(Data json) {
   if (json.size() > maximumRecordSize) throw std::runtime_error("the record is larger than 1 MiB");
-  StoredDocument stored{{}, foundation::JSONDecoder().decode<std::shared_ptr<Passport>>(json)};
+  StoredDocument stored{{}, foundation::JSONDecoder().decode<std::shared_ptr<Passport>>(json), std::nullopt};
   for (const std::string& name : pictureNames(*stored.document)) {
     if (!isPlainName(name)) throw std::runtime_error("a picture in it has no plain file name");
   }
@@ -87,7 +88,10 @@ StoredDocument parse(Data json) {
 StoredDocument load(const fs::path& file) {
   if (!isFile(file)) throw std::runtime_error("it is no regular file");
   if (!isId(file.stem().string())) throw std::runtime_error("its name is none that tavlo gives");
-  return parse(foundation::contentsOf(file, maximumRecordSize));
+  StoredDocument stored = parse(foundation::contentsOf(file, maximumRecordSize));
+  fs::path credential = fs::path(file).replace_extension(credentialExtension);
+  if (isFile(credential)) stored.credential = std::move(credential);
+  return stored;
 }
 
 /// Removes the files in `folder` whose name `isUnwanted`. What cannot be removed is left to the next time.
@@ -180,6 +184,15 @@ void tellDamage(const std::string& file, const std::string& reason) {
   tell(std::string("tavlo: ").append(file).append(" cannot be used: ").append(reason));
 }
 
+fs::path DocumentFolder::path(const std::optional<std::string>& chosen) {
+  if (chosen) return *chosen;
+  try {
+    return foundation::applicationSupportFolder() / "documents";
+  } catch (const std::runtime_error& error) {
+    throw Failure(ExitCode::wrongUse, error.what());
+  }
+}
+
 DocumentFolder::DocumentFolder(fs::path folder, Access access)
     : folder_(std::move(folder)), access_(access), pictures_(std::make_shared<Pictures>(folder_ / "images")) {
   const fs::path lock = folder_ / lockName;
@@ -231,12 +244,16 @@ Data DocumentFolder::picture(const std::string& name) const {
   return foundation::contentsOf(pictures_->file(name), maximumPictureSize);
 }
 
-std::string DocumentFolder::add(DataView json) {
+std::string DocumentFolder::add(DataView json, std::string_view credential) {
   if (recordFiles().size() >= maximumDocuments) {
     throw Failure(ExitCode::documents, folder_.string() + " is full with 10000 documents. Remove some");
   }
   std::string id = newId();
   while (fs::exists(fileOf(id))) id = newId();
+  if (!credential.empty()) {
+    foundation::writePrivately(fs::path(fileOf(id)).replace_extension(credentialExtension),
+                               foundation::dataOf(credential));
+  }
   try {
     write(id, json);
   } catch (...) {
@@ -323,7 +340,11 @@ std::map<std::string, std::string> DocumentFolder::sweep() {
   Contents all = contents();
   std::set<std::string> named;
   for (const auto& [id, stored] : all.documents) named.merge(pictureNames(*stored.document));
-  removeFiles(folder_, isTemporary);
+  removeFiles(folder_, [&](const fs::path& name) {
+    const bool isLeft = name.extension() == credentialExtension && isId(name.stem().string()) &&
+                        !fs::exists(fs::symlink_status(fileOf(name.stem().string())));
+    return isLeft || isTemporary(name.string());
+  });
   removeFiles(pictures_->folder(), [&](const std::string& name) {
     return isTemporary(name) || (!named.contains(name) && (all.damaged.empty() || pictures_->isNew(name)));
   });

@@ -15,8 +15,9 @@ namespace tavlo::app {
 
 /// A document as it is kept.
 struct StoredDocument {
-  foundation::Data json;               ///< the record's bytes, with members that the library does not know
-  std::shared_ptr<Passport> document;  ///< what the library reads out of them
+  foundation::Data json;                            ///< the record's bytes, with members that the library does not know
+  std::shared_ptr<Passport> document;               ///< what the library reads out of them
+  std::optional<std::filesystem::path> credential;  ///< the file beside it with what was issued to its key
 };
 
 /// The names of the pictures of `document` and of all documents below it.
@@ -25,18 +26,23 @@ struct StoredDocument {
 /// Tells on standard error what is wrong with a record.
 void tellDamage(const std::string& file, const std::string& reason);
 
-/// The documents that the program keeps in one private folder: each record in a file `id`.json, and all pictures, which
-/// several records may name, in the folder "images". While an object lives, that is where the library keeps pictures.
+/// The documents that the program keeps in one private folder: each record in a file `id`.json, a credential beside it
+/// in `id`.pem, and all pictures, which several records may name, in the folder "images". While an object lives, that
+/// is where the library keeps pictures.
 ///
 /// Pictures are written before the record that names them and removed after it, and each file is written whole or not
-/// at all. A process that is killed so leaves nothing worse than temporary files and pictures that no record names; the
-/// next change removes these, except pictures as long as a damaged record might name them.
+/// at all; so are credentials. A process that is killed so leaves nothing worse than temporary files, and pictures and
+/// credentials of no record; the next change removes these, except pictures as long as a damaged record might name
+/// them.
 ///
 /// The object locks the folder for its life against other processes: for changing it alone, for reading beside other
 /// readers. Everything throws std::system_error where the file system refuses, and Failure.
 class DocumentFolder {
  public:
   enum class Access { read, change };
+
+  /// The folder that a person has chosen, or else the one in the program's data. Throws Failure when there is none.
+  [[nodiscard]] static std::filesystem::path path(const std::optional<std::string>& chosen);
 
   /// Opens `folder`; for a change makes it if it is missing, tells the damaged records on standard error, and removes
   /// what killed processes have left. Refuses a folder with other files in it.
@@ -59,8 +65,9 @@ class DocumentFolder {
   /// The bytes of the picture `name` of a stored document.
   [[nodiscard]] foundation::Data picture(const std::string& name) const;
 
-  /// Keeps a record under a new ID. Fails when the library could not keep a picture through this object.
-  [[nodiscard]] std::string add(foundation::DataView json);
+  /// Keeps a record under a new ID. Fails when the library could not keep a picture through this object. A
+  /// `credential`, the certificate in PEM that a service issued to the document's key, is kept beside it.
+  [[nodiscard]] std::string add(foundation::DataView json, std::string_view credential = {});
   /// Keeps a record that comes from elsewhere under a new ID. The pictures that it names are copied out of the folder
   /// `pictures` unless they are here already. Nothing is overwritten.
   [[nodiscard]] std::string import(foundation::DataView json, const std::optional<std::filesystem::path>& pictures);

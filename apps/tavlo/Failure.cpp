@@ -22,6 +22,7 @@ constexpr std::array table{
     Row{ExitCode::request, "the request could not be built"},
     Row{ExitCode::untrusted, "inspect --csca: the document is not trusted; why is in the report"},
     Row{ExitCode::documents, "the folder of documents: no such document, a damaged one, or no access"},
+    Row{ExitCode::noCredential, "verify --save: the answer holds no certificate for the document's key"},
     Row{ExitCode::unreachable, "no such host, nothing listens there, or no network"},
     Row{ExitCode::timeout, "nothing moved for 60 seconds"},
     Row{ExitCode::tls, "no secure connection, or a certificate that is not trusted"},

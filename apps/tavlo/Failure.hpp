@@ -16,6 +16,7 @@ enum class ExitCode {
   request = 6,
   untrusted = 7,
   documents = 8,
+  noCredential = 9,
   unreachable = 10,
   timeout = 11,
   tls = 12,

@@ -80,15 +80,6 @@ struct Picture {
   std::string problem;  ///< why it cannot be shown
 };
 
-fs::path folderOf(const DocsOptions& options) {
-  if (options.folder) return *options.folder;
-  try {
-    return foundation::applicationSupportFolder() / "documents";
-  } catch (const std::runtime_error& error) {
-    throw Failure(ExitCode::wrongUse, error.what());
-  }
-}
-
 /// Writes a new file. A file that is there with other bytes stays as it is.
 void deliverInto(const fs::path& folder, const std::string& name, foundation::DataView bytes) {
   const fs::path file = folder / name;
@@ -157,12 +148,13 @@ std::vector<Picture> lookInto(const DocumentFolder& folder, const CredentialDocu
   return pictures;
 }
 
-std::string textOf(const std::string& id, const CredentialDocument& stored, const std::vector<Picture>& pictures) {
+std::string textOf(const std::string& id, const StoredDocument& stored, const std::vector<Picture>& pictures) {
   std::string text;
-  forEachDocument(stored, "", [&](const CredentialDocument& document, const std::string& number) {
+  forEachDocument(*stored.document, "", [&](const CredentialDocument& document, const std::string& number) {
     Rows rows{{"kind", titleOf(document)}};
     for (const auto& [label, read] : fields) rows.emplace_back(label, (document.*read)());
     if (const auto signing = document.certificateSigningRequest()) rows.emplace_back("signing request", *signing);
+    if (number.empty() && stored.credential) rows.emplace_back("credential", stored.credential->string());
     appendSection(text, number.empty() ? "Document " + id : "Child " + number, rows);
   });
   Rows rows;
@@ -172,7 +164,7 @@ std::string textOf(const std::string& id, const CredentialDocument& stored, cons
   }
   appendSection(text, "Pictures", rows);
   rows.clear();
-  for (const auto& [name, read] : flags) rows.emplace_back(name, (stored.*read)() ? "true" : "false");
+  for (const auto& [name, read] : flags) rows.emplace_back(name, (*stored.document.*read)() ? "true" : "false");
   appendSection(text, "Constants of every record, never the result of a check", rows);
   return text;
 }
@@ -191,17 +183,19 @@ JSONValue jsonOf(const std::string& id, const StoredDocument& stored, const std:
   }
   JSONObject constants;
   for (const auto& [name, read] : flags) constants.emplace(name, (*stored.document.*read)());
-  return JSONObject{{"id", id},
-                    {"document", JSONSerialization::jsonObject(stored.json)},
-                    {"pictures", std::move(array)},
-                    {"constants", std::move(constants)}};
+  JSONObject shown{{"id", id},
+                   {"document", JSONSerialization::jsonObject(stored.json)},
+                   {"pictures", std::move(array)},
+                   {"constants", std::move(constants)}};
+  if (stored.credential) shown["credential"] = stored.credential->string();
+  return shown;
 }
 
 /// Keeps the document that `makeDocument` makes, and writes its ID.
 template <class MakeDocument>
 void keep(const DocsOptions& options, const MakeDocument& makeDocument) {
   const std::string id = [&] {
-    DocumentFolder folder(folderOf(options), Access::change);
+    DocumentFolder folder(DocumentFolder::path(options.folder), Access::change);
     return folder.add(foundation::JSONEncoder().encode(makeDocument()));
   }();
   deliverLine(id);
@@ -226,7 +220,7 @@ void demo(const DocsOptions& options) {
 }
 
 void list(const DocsOptions& options) {
-  const auto contents = DocumentFolder(folderOf(options), Access::read).contents();
+  const auto contents = DocumentFolder(DocumentFolder::path(options.folder), Access::read).contents();
   if (options.json) {
     JSONArray documents;
     for (const auto& [id, stored] : contents.documents) {
@@ -253,20 +247,20 @@ void list(const DocsOptions& options) {
     throw Failure(ExitCode::documents, "Documents that cannot be used: " + std::to_string(contents.damaged.size()) +
                                            ", as told above. Put sound copies in their place or remove them");
   }
-  if (contents.documents.empty()) tell("tavlo: no documents in " + folderOf(options).string());
+  if (contents.documents.empty()) tell("tavlo: no documents in " + DocumentFolder::path(options.folder).string());
 }
 
 void show(const DocsOptions& options) {
-  std::optional<DocumentFolder> folder(std::in_place, folderOf(options), Access::read);
+  std::optional<DocumentFolder> folder(std::in_place, DocumentFolder::path(options.folder), Access::read);
   const auto stored = folder->read(options.id);
   const auto pictures = lookInto(*folder, *stored.document, options.images);
   folder.reset();
   if (options.json) return deliverJSON(jsonOf(options.id, stored, pictures));
-  deliver(foundation::dataOf(textOf(options.id, *stored.document, pictures)));
+  deliver(foundation::dataOf(textOf(options.id, stored, pictures)));
 }
 
 void certify(const DocsOptions& options) {
-  DocumentFolder folder(folderOf(options), Access::change);
+  DocumentFolder folder(DocumentFolder::path(options.folder), Access::change);
   const auto stored = folder.read(options.id);
   if (stored.document->documentType() == DocumentType::H) {
     throw Failure(ExitCode::documents,
@@ -285,7 +279,7 @@ void certify(const DocsOptions& options) {
 }
 
 void exportDocument(const DocsOptions& options) {
-  std::optional<DocumentFolder> folder(std::in_place, folderOf(options), Access::read);
+  std::optional<DocumentFolder> folder(std::in_place, DocumentFolder::path(options.folder), Access::read);
   const auto stored = folder->read(options.id);
   int missing = 0;
   for (const std::string& name : options.images ? pictureNames(*stored.document) : std::set<std::string>()) {
@@ -308,7 +302,8 @@ void exportDocument(const DocsOptions& options) {
 
 void importDocument(const DocsOptions& options) {
   const auto json = loadFile(options.file);
-  const std::string id = DocumentFolder(folderOf(options), Access::change).import(json, options.images);
+  const std::string id =
+      DocumentFolder(DocumentFolder::path(options.folder), Access::change).import(json, options.images);
   deliverLine(id);
 }
 
@@ -323,9 +318,9 @@ bool isConfirmed(const std::string& id) {
 }
 
 void remove(const DocsOptions& options) {
-  DocumentFolder(folderOf(options), Access::read).require(options.id);
+  DocumentFolder(DocumentFolder::path(options.folder), Access::read).require(options.id);
   if (!options.yes && !isConfirmed(options.id)) return tell("tavlo: nothing was removed");
-  DocumentFolder(folderOf(options), Access::change).remove(options.id);
+  DocumentFolder(DocumentFolder::path(options.folder), Access::change).remove(options.id);
 }
 
 /// What the file system's `error` means for the documents.

@@ -63,6 +63,12 @@ int run(int argc, const char* const* argv) {
   command->add_option("--trust", verifyOptions.trust, trustText)->type_name("CA.pem");
   command->add_flag("--show-lines", verifyOptions.showLines,
                     "Let the library's own lines through to standard error, personal data included");
+  auto* const save = command->add_flag("--save", verifyOptions.save,
+                                       "Keep the document as \"tavlo docs\" does, beside it the certificate that was "
+                                       "issued to its key");
+  command->add_option("--folder", verifyOptions.folder, "Where --save keeps it, by default in your data folder")
+      ->needs(save)
+      ->type_name("FOLDER");
   command->callback([&] { verify(verifyOptions); });
 
   PostOptions postOptions;

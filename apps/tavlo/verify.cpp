@@ -1,12 +1,19 @@
+#include <Foundation/JSONEncoder.hpp>
+#include <Foundation/JSONValue.hpp>
 #include <Foundation/Print.hpp>
+#include <Security/SecCertificate.hpp>
 #include <TavloCA/TavloCA.hpp>
 #include <TavloCommon/TavloCommon.hpp>
+#include <TavloStore/Util.hpp>
 
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "Commands.hpp"
+#include "DocumentFolder.hpp"
+#include "Failure.hpp"
 #include "Input.hpp"
 #include "Outcome.hpp"
 #include "Output.hpp"
@@ -22,6 +29,38 @@ class NoImages final : public common::ImageStore {
   std::optional<uikit::UIImage> load(std::string_view /*name*/) override { return std::nullopt; }
 };
 
+/// The certificate in a service's answer, its member "cert" of "signing". It must be for the document's own key.
+std::string credentialIn(const foundation::Data& answer, const std::string& documentNumber) {
+  const auto failure = [](const char* why) {
+    return Failure(ExitCode::noCredential, std::string(why) + ", so nothing was kept");
+  };
+  const foundation::JSONValue members(toJSON(foundation::textOf(answer)).value_or(foundation::JSONObject()));
+  const auto* signing = members.member("signing");
+  const auto* cert = signing != nullptr ? signing->member("cert") : nullptr;
+  const auto* pem = cert != nullptr ? cert->getIf<std::string>() : nullptr;
+  if (pem == nullptr) throw failure("The answer holds no certificate");
+  try {
+    const auto pair = store::Util::createKeypair(documentNumber);
+    if (security::publicKeyOfCertificate(*pem) == pair.value().publicKey->data()) return *pem;
+  } catch (const security::SecurityError&) {
+    throw failure("What the answer holds as certificate is none");
+  }
+  throw failure("The answer's certificate is for another key than the document's");
+}
+
+void save(const VerifyOptions& options, const reader::NFCPassportModel& model, const foundation::Data& answer) {
+  const std::string credential = credentialIn(answer, model.documentNumber());
+  try {
+    const std::string id = [&] {
+      DocumentFolder folder(DocumentFolder::path(options.folder), DocumentFolder::Access::change);
+      return folder.add(foundation::JSONEncoder().encode(make<Passport>(model)), credential);
+    }();
+    tell("Kept as document " + id);
+  } catch (const std::system_error& error) {
+    throw Failure(ExitCode::documents, error.what());
+  }
+}
+
 }  // namespace
 
 void verify(const VerifyOptions& options) {
@@ -32,8 +71,10 @@ void verify(const VerifyOptions& options) {
 
   common::ImageStore::install(std::make_shared<NoImages>());
   const auto passport = make<Passport>(model);
-  deliver(
-      awaitAnswer([&](Completion completion) { TavloCA::verify(model, *passport, selfie, std::move(completion)); }));
+  const auto answer =
+      awaitAnswer([&](Completion completion) { TavloCA::verify(model, *passport, selfie, std::move(completion)); });
+  deliver(answer);
+  if (options.save) save(options, model, answer);
 }
 
 }  // namespace tavlo::app

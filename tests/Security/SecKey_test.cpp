@@ -1,4 +1,5 @@
 #include <Foundation/Hex.hpp>
+#include <Security/SecCertificate.hpp>
 #include <Security/SecKey.hpp>
 
 #include <gtest/gtest.h>
@@ -68,6 +69,8 @@ TEST(SecKey, refusesUnsoundKeys) {
   expectRefusals(keyPairFromPKCS8, curve, onCurve, {twoHalves, p384, ed25519, key});
   expectRefusals(keyPairFromPKCS8, rsa, key, {onCurve});
   expectRefusals(publicKeyFromData, curve, point, {Data(65, 4), publicKey});
+  EXPECT_THROW((void)publicKeyOfCertificate("-----BEGIN CERTIFICATE-----\nMAA=\n-----END CERTIFICATE-----\n"),
+               SecurityError);
   expectRefusals(publicKeyFromData, rsa, publicKey, {point, bytesOf("3006020103020103")});  // a modulus of two bits
 }
 

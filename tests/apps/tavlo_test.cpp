@@ -1,5 +1,6 @@
 #include <Foundation/Hex.hpp>
 #include <Foundation/JSONValue.hpp>
+#include <Security/SecCertificate.hpp>
 #include <TavloReader/DocumentSource.hpp>
 #include <UIKit/UIImage.hpp>
 
@@ -239,10 +240,23 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   Program sandbox;
   sandbox.start({SANDBOX_PROGRAM, "--csca", samples + "/trust", "--state", folder_ / "sandbox"});
   ASSERT_TRUE(sandbox.waitForOut("Ctrl-C")) << sandbox.err();
-  EXPECT_EQ(tavlo({"verify", "--passport", samples + "/td3-jpeg", "--selfie", selfie, "--trust", "@sandbox/ca.pem"}),
-            0);
-  EXPECT_EQ(err_, "");
+  const Arguments verify = {"verify", "--save", "--selfie", selfie, "--trust", "@sandbox/ca.pem", "--passport"};
+  const auto verifyAndSave = [&](const std::string& document) {
+    Arguments arguments = verify;
+    arguments.push_back(document);
+    return tavlo(arguments);
+  };
+  EXPECT_EQ(verifyAndSave(samples + "/td3-jpeg"), 0);
   expectPart(out_, R"("status":0,)");
+  ASSERT_TRUE(err_.starts_with("Kept as document ")) << err_;
+  ASSERT_EQ(tavlo({"docs", "show", err_.substr(17, 12)}), 0);
+  const auto path = out_.substr(out_.find((folder_ / "home").string()));
+  const auto credential = foundation::contentsOf(path.substr(0, path.find('\n')));
+  const auto key = security::publicKeyOfCertificate(foundation::textOf(credential));
+  EXPECT_NE(request.find("\"mdlPublicKey\":\"" + foundation::toHexString(key)), request.npos);
+  EXPECT_EQ(verifyAndSave(samples + "/bad-dg1-flipped"), 9);
+  expectPart(out_, R"({"status":1,)");
+  EXPECT_EQ(err_, "tavlo: The answer holds no certificate, so nothing was kept\n");
   EXPECT_EQ(run(example), 0);
   expectPart(out_, R"({"status":1,)");  // its DG11 is not the one that was signed
 }
