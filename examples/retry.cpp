@@ -12,8 +12,10 @@
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 

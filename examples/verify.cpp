@@ -12,7 +12,9 @@
 #include <functional>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace {
