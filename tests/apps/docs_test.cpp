@@ -65,18 +65,14 @@ class Docs : public testing::Test {
   }
   [[nodiscard]] std::string stored(const std::string& id) const { return contentsOf(documents_ / (id + ".json")); }
 
-  /// All files but the lock, by their path in the folder.
-  [[nodiscard]] Files files() const {
+  /// All files but the lock, by their path in the folder; those alone whose path has this ending.
+  [[nodiscard]] Files files(const std::string& ending = "") const {
     Files all;
     for (const auto& entry : fs::recursive_directory_iterator(documents_)) {
-      if (entry.is_regular_file()) all[entry.path().lexically_relative(documents_)] = contentsOf(entry.path());
+      const std::string name = entry.path().lexically_relative(documents_);
+      if (entry.is_regular_file() && name.ends_with(ending)) all[name] = contentsOf(entry.path());
     }
     all.erase("documents.lock");
-    return all;
-  }
-  [[nodiscard]] Files records() const {
-    Files all = files();
-    std::erase_if(all, [](const auto& file) { return !file.first.ends_with(".json"); });
     return all;
   }
   /// Checks that the pictures of all records are whole; gives how many files are there that no record names.
@@ -84,7 +80,7 @@ class Docs : public testing::Test {
     Files others = files();
     std::set<std::string> named;
     const std::regex pattern(R"re("(?:portrait|signature)Filename":"([^"]*)")re");
-    for (const auto& [file, json] : records()) {
+    for (const auto& [file, json] : files(".json")) {
       named.insert(file);
       for (std::sregex_iterator i(json.begin(), json.end(), pattern), end; i != end; ++i) {
         const std::string& picture = *named.insert("images/" + (*i)[1].str()).first;
@@ -214,8 +210,8 @@ TEST_F(Docs, losesNothingToOtherProcesses) {
                "for i in 1 2 3 4 5 6 7 8; do (id=$(" + docs + " demo); " + docs + " certify " + shared + "; " + docs +
                    " certify $id; [ $i -gt 4 ] || " + docs + " remove --yes $id) & done; wait"});
   EXPECT_EQ(program.err(), "");
-  EXPECT_EQ(records().size(), 5U);
-  for (const auto& [file, json] : records()) EXPECT_EQ(childrenIn(json), file.starts_with(shared) ? 8U : 1U);
+  EXPECT_EQ(files(".json").size(), 5U);
+  for (const auto& [file, json] : files(".json")) EXPECT_EQ(childrenIn(json), file.starts_with(shared) ? 8U : 1U);
   EXPECT_EQ(strayFiles(), 0U);
 }
 
@@ -236,7 +232,7 @@ TEST_F(Docs, survivesBeingKilled) {
   int killed = 0;
   int leaving = 0;
   while (killed < kills && !HasFailure()) {
-    const Files before = records();
+    const Files before = files(".json");
     const std::string target = anyOf(before);
     const std::size_t which = before.size() < 2 ? 0 : random() % 3;
     const std::string& name = names[which];
@@ -251,7 +247,7 @@ TEST_F(Docs, survivesBeingKilled) {
     if (!isKilled) seconds[which] = passed.count();
     leaving += strayFiles() > 0 ? 1 : 0;
 
-    Files after = records();
+    Files after = files(".json");
     EXPECT_TRUE(out_.empty() || after.contains(out_.substr(0, 12) + ".json"));
     EXPECT_LE(after.size(), before.size() + 1);
     for (const auto& [file, json] : before) {
