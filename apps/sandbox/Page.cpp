@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -159,33 +160,38 @@ std::string summaryOf(const Answer& answer) {
 
 // ---- Pictures ----
 
-/// The picture at the size at which it is shown, so that a camera's millions of pixels stay here.
+/// The picture at the size at which it is shown, so that a camera's millions of pixels stay here. Each pixel becomes
+/// the average of those in its place.
 UIImage reduced(const UIImage& image) {
   const std::size_t side = std::max(image.width(), image.height());
   if (side <= maximumPictureSide) return image;
   const auto scaled = [&](std::size_t length) { return std::max<std::size_t>(length * maximumPictureSide / side, 1); };
   const std::size_t width = scaled(image.width()), height = scaled(image.height()), channels = image.channels();
   const DataView pixels = image.pixels();
-  const bool isGrey = channels < 3;
+  const bool isGrey = channels < 3, hasAlpha = channels == 4;
   Data result;
   for (std::size_t y = 0; y < height; ++y) {
     const std::size_t top = y * image.height() / height, bottom = (y + 1) * image.height() / height;
     for (std::size_t x = 0; x < width; ++x) {
       const std::size_t left = x * image.width() / width, right = (x + 1) * image.width() / width;
-      for (std::size_t channel = 0; channel < (isGrey ? 3 : channels); ++channel) {
-        std::size_t sum = 0;
+      for (std::size_t channel = 0; channel < (hasAlpha ? 4 : 3); ++channel) {
+        std::size_t sum = 0, count = 0;
         for (std::size_t row = top; row < bottom; ++row) {
-          for (std::size_t column = left; column < right; ++column) {
+          for (std::size_t column = left; column < right; ++column, ++count) {
             sum += pixels[(row * image.width() + column) * channels + (isGrey ? 0 : channel)];
           }
         }
-        result.push_back(static_cast<std::uint8_t>(sum / ((bottom - top) * (right - left))));
+        result.push_back(static_cast<std::uint8_t>(sum / std::max<std::size_t>(count, 1)));
       }
     }
   }
-  const bool hasAlpha = channels == 4;
   return UIImage::fromPixels(result, width, height, width * (hasAlpha ? 4 : 3),
                              hasAlpha ? uikit::PixelFormat::rgba : uikit::PixelFormat::rgb);
+}
+
+/// Never the bytes that came: a picture leaves here as PNG made from its pixels.
+std::optional<Data> pngOf(const std::optional<UIImage>& image) {
+  return image ? UIImagePNGRepresentation(reduced(*image)) : std::nullopt;
 }
 
 // ---- Routes ----
@@ -207,12 +213,6 @@ HTTPAnswer nothing() {
   return answer;
 }
 
-/// Never the bytes that came: a picture leaves here as PNG made from its pixels.
-HTTPAnswer pictureOf(const std::optional<UIImage>& image) {
-  const auto png = image ? UIImagePNGRepresentation(reduced(*image)) : std::nullopt;
-  return png ? answerOf("image/png", std::string(foundation::textOf(*png))) : nothing();
-}
-
 /// "7" is an arrival, "7/portrait.png" and "7/selfie.png" are its pictures.
 HTTPAnswer answerBelow(const Arrivals& arrivals, std::string_view path) {
   std::uint64_t id = 0;
@@ -221,12 +221,12 @@ HTTPAnswer answerBelow(const Arrivals& arrivals, std::string_view path) {
   if (!arrival) return nothing();
   path.remove_prefix(static_cast<std::size_t>(end - path.data()));
   if (path.empty()) return answerOf("text/html; charset=utf-8", articleOf(*arrival));
-  if (!arrival->request) return nothing();
-  if (path == "/portrait.png") return pictureOf(arrival->request->model.passportImage());
-  if (path == "/selfie.png" && arrival->request->selfie) {
-    return pictureOf(UIImage::fromData(arrival->request->selfie->png));
+  std::optional<Data> png;
+  if (arrival->request && path == "/portrait.png") png = pngOf(arrival->request->model.passportImage());
+  if (arrival->request && path == "/selfie.png" && arrival->request->selfie) {
+    png = pngOf(UIImage::fromData(arrival->request->selfie->png));
   }
-  return nothing();
+  return png ? answerOf("image/png", std::string(foundation::textOf(*png))) : nothing();
 }
 
 Route route(std::string path, std::function<HTTPAnswer(HTTPRequest)> handle) {

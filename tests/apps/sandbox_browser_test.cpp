@@ -120,7 +120,7 @@ TEST(SandboxPageInBrowser, showsArrivalsLiveAndRunsNothingOfThem) {
     expect(topmost + "'Request 3 Failed'");
     expect("document.querySelector('.raw pre').textContent", '"' + body + '"');
     expect("document.querySelector('.printed .wide:nth-child(3) dd').textContent",
-           R"("&lt;script&gt;hit=1&lt;/script&gt; \"'> img src=x onerror=\"hit=2\">U+202EgpjU+0007")");
+           R"("&lt;script&gt;hit=1&lt;/script&gt; \"'> img src=x onerror=\"hit=2\">U+202EgpjU+202CU+0007")");
     expect("document.querySelectorAll('main script, main img:not([src^=\"/arrivals/\"])').length", "0");
     expect("typeof hit", "\"undefined\"");
     EXPECT_FALSE(hasConsole("Content Security Policy")) << "nothing may even have tried";

@@ -24,7 +24,7 @@ TEST(SandboxPage, writesStrangersTextsAsText) {
       {"Zo\u00EB, \u041C\U0001F600", "Zo\u00EB, \u041C\U0001F600", 300},
       {"<b a=\"x\" b='y'>&lt;", "&lt;b a=&quot;x&quot; b=&#39;y&#39;&gt;&amp;lt;", 300},
       {std::string("\0\n\u0085", 4), unseen("0000") + unseen("000A") + unseen("0085"), 300},
-      {"\u200B\u202E\U000E0041", unseen("200B") + unseen("202E") + unseen("E0041"), 300},
+      {"\u200B\u202E\u202C\U000E0041", unseen("200B") + unseen("202E") + unseen("202C") + unseen("E0041"), 300},
       {"a\xFFz\xE2\x80", "a\uFFFDz\uFFFD", 300},
       {"\u00EB\u00EB", "\u00EB…", 3},
       {"abc", "abc", 3},
@@ -49,7 +49,7 @@ TEST(SandboxPage, writesStrangersTextsAsText) {
 
 TEST(SandboxPage, showsArrivalsToBrowsersOnThisMachine) {
   Arrival red = test::arrivalOf(2, test::sample("bad-dg1-flipped"));
-  const auto wide = UIImage::fromPixels(Data(3000 * 1000 * 4, 77), 3000, 1000, 3000 * 4, uikit::PixelFormat::rgba);
+  const auto wide = UIImage::fromPixels(Data(12'000'000, 77), 3000, 1000, 12'000, uikit::PixelFormat::rgba);
   red.request->selfie->png = UIImagePNGRepresentation(wide).value();
   Arrival partial = test::arrivalOf(4, test::sample("dg2-missing"));
   partial.request->selfie.reset();

@@ -31,7 +31,7 @@ inline reader::NFCPassportModel sample(const char* name) {
 /// A document whose texts want to be markup. In names "<" is a filler; in the number it stays.
 inline reader::NFCPassportModel hostileDocument() {
   const auto* zone = R"(P<UTO"><<IMG ONERROR="&#104;IT=3">;<<<<<<<<<"<u>&'<i>6UTO7408122F1204159ZE184226B<<<<<10)";
-  const auto* name = "&lt;script&gt;hit=1&lt;/script&gt; \"'><img src=x onerror=\"hit=2\">\u202Egpj\x07";
+  const auto* name = "&lt;script&gt;hit=1&lt;/script&gt; \"'><img src=x onerror=\"hit=2\">\u202Egpj\u202C\x07";
   reader::NFCPassportModel document;
   for (const Data& file : {dataGroup1(zone), dataGroup2(foundation::dataOf("no picture")),
                            tlv(0x6B, joined({tlv(0x5C, Data{0x5F, 0x0E}), tlv(0x5F0E, name)}))}) {
