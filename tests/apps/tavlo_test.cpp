@@ -79,6 +79,21 @@ class Tavlo : public testing::Test {
     EXPECT_EQ(text.empty(), part.empty()) << text;
   }
 
+  /// Whether `text` is as the JSON Schema `name` in docs/ says.
+  bool fits(const std::string& text, const std::string& name) {
+    write("instance.json", foundation::dataOf(text));
+    return run({JSONSCHEMA_PROGRAM, "-i", "@instance.json", samples + "/../docs/" + name + ".schema.json"}) == 0;
+  }
+  /// Expects that `text` fits, and that it does not once the first of each pair is put in place of the second.
+  void expectFits(const std::string& text, const std::string& name,
+                  const std::vector<std::pair<std::string, std::string>>& faults) {
+    EXPECT_TRUE(fits(text, name)) << err_;
+    for (const auto& [fault, sound] : faults) {
+      ASSERT_NE(text.find(sound), text.npos) << sound;
+      EXPECT_FALSE(fits(std::string(text).replace(text.find(sound), sound.size(), fault), name)) << fault;
+    }
+  }
+
   TemporaryFolder folder_;
   Arguments environment_ = {"XDG_DATA_HOME=" + (folder_ / "home").string(), "http_proxy="};
   std::string out_;
@@ -248,6 +263,7 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   };
   EXPECT_EQ(verifyAndSave(samples + "/td3-jpeg"), 0);
   expectPart(out_, R"("status":0,)");
+  const std::string green = out_;
   ASSERT_TRUE(err_.starts_with("Kept as document ")) << err_;
   ASSERT_EQ(tavlo({"docs", "show", err_.substr(17, 12)}), 0);
   const auto path = out_.substr(out_.find((folder_ / "home").string()));
@@ -257,8 +273,23 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   EXPECT_EQ(verifyAndSave(samples + "/bad-dg1-flipped"), 9);
   expectPart(out_, R"({"status":1,)");
   EXPECT_EQ(err_, "tavlo: The answer holds no certificate, so nothing was kept\n");
+  const std::string red = out_;
   EXPECT_EQ(run(example), 0);
   expectPart(out_, R"({"status":1,)");  // its DG11 is not the one that was signed
+
+  ASSERT_EQ(tavlo({"post", "--body", "@notes.txt", "--url", TAVLO_SERVICE_URL "/verify"}), 0);
+  const std::string refusal = out_;
+  expectFits(refusal, "answer", {{R"("errors")", R"("error")"}});
+  expectFits(red, "answer", {{R"("status":3)", R"("status":1)"}, {R"("Reason 1")", R"("hash_mismatch")"}});
+  expectFits(green, "answer", {{R"("cert":"x)", R"("cert":"-)"}, {R"("other":)", R"("validity":)"}});
+  expectFits(request, "request",
+             {{R"("1.1")", R"("1.0")"},
+              {R"("DG17")", R"("DG1")"},
+              {R"("DG1":"6)", R"("DG1":")"},
+              {R"("DG1":"G)", R"("DG1":"6)"},
+              {R"("selfie":"=)", R"("selfie":"i)"},
+              {R"("os":null)", R"("os":"iOS")"},
+              {R"("biometrics")", R"("biometry")"}});
 }
 
 }  // namespace
