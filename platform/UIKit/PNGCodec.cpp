@@ -89,24 +89,4 @@ Raster decodePNG(DataView bytes) {
   return raster;
 }
 
-std::optional<foundation::Data> UIImagePNGRepresentation(const UIImage& image) {
-  if (image.channels() == 0) return std::nullopt;
-  png_image png{};
-  png.version = PNG_IMAGE_VERSION;
-  png.width = static_cast<png_uint_32>(image.width());
-  png.height = static_cast<png_uint_32>(image.height());
-  png.format = image.channels() == 1 ? PNG_FORMAT_GRAY : image.channels() == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_RGBA;
-  try {
-    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png);
-    foundation::Data bytes(size);
-    if (png_image_write_to_memory(&png, bytes.data(), &size, 0, image.pixels().data(), 0, nullptr) == 0) {
-      return std::nullopt;
-    }
-    bytes.resize(size);
-    return bytes;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
-}
-
 }  // namespace tavlo::uikit

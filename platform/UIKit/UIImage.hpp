@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -76,7 +77,15 @@ class UIImage {
   std::shared_ptr<const Raster> raster_;
 };
 
-/// The PNG encoding of `image`, losslessly; absent when there is no picture or no memory for it.
+/// The PNG encoding of `image`, losslessly; absent when there is no picture or no memory for it. A colour picture whose
+/// pixels are all grey goes out as grey.
 [[nodiscard]] std::optional<foundation::Data> UIImagePNGRepresentation(const UIImage& image);
+
+/// Takes the next piece of a file, valid during the call, and about how many bytes will follow it.
+using PNGHandler = std::function<void(foundation::DataView piece, std::size_t expectedRest)>;
+
+/// Hands the PNG encoding of `image` to `take` as it is made, a photograph in pieces of some 100 KB. False, with nothing
+/// handed over, when there is no picture. Throws std::bad_alloc, and what `take` throws.
+bool writePNG(const UIImage& image, const PNGHandler& take);
 
 }  // namespace tavlo::uikit

@@ -1,8 +1,12 @@
 #include <UIKit/ImageCodecs.hpp>
 
 #include <gtest/gtest.h>
+#include <libdeflate.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <random>
 
 namespace tavlo::uikit {
 namespace {
@@ -59,6 +63,89 @@ TEST(ImageTest, keepsEachPixelInItsPlace) {
     EXPECT_EQ(again.width(), image.width());
     EXPECT_EQ(textOf(again.pixels()), textOf(image.pixels()));
   }
+}
+
+/// The pixels of a PNG of eight bits by the letter of the standard, with nothing of the library.
+Data pixelsOf(DataView png, std::size_t width, std::size_t height) {
+  const auto numberAt = [&](std::size_t at) {
+    return png[at] << 24U | png[at + 1] << 16U | png[at + 2] << 8U | png[at + 3];
+  };
+  Data stream, palette;
+  std::string types;
+  for (std::size_t at = 8; at < png.size();) {
+    const auto size = static_cast<std::size_t>(numberAt(at));
+    const DataView chunk = png.subspan(at + 4, size + 4);
+    EXPECT_EQ(libdeflate_crc32(0, chunk.data(), chunk.size()), static_cast<std::uint32_t>(numberAt(at + 8 + size)));
+    const std::string_view type = textOf(chunk.first(4));
+    if (!types.ends_with(type)) types += type;
+    Data* const to = type == "PLTE" ? &palette : type == "IDAT" ? &stream : nullptr;
+    if (to != nullptr) to->insert(to->end(), chunk.begin() + 4, chunk.end());
+    at += 12 + size;
+  }
+  EXPECT_EQ(types, palette.empty() ? "IHDRsRGBIDATIEND" : "IHDRsRGBPLTEIDATIEND");
+  const std::size_t channels = png[25] == 2 ? 3 : png[25] == 6 ? 4 : 1;
+  const std::size_t row = width * channels;
+  Data rows(height * (row + 1)), pixels(height * row);
+  libdeflate_decompressor* const inflater = libdeflate_alloc_decompressor();
+  EXPECT_EQ(libdeflate_zlib_decompress(inflater, stream.data(), stream.size(), rows.data(), rows.size(), nullptr), 0);
+  libdeflate_free_decompressor(inflater);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    const std::size_t x = i % row, y = i / row;
+    const int left = x < channels ? 0 : pixels[i - channels], above = y == 0 ? 0 : pixels[i - row];
+    const int corner = x < channels || y == 0 ? 0 : pixels[i - row - channels];
+    const int a = std::abs(above - corner), b = std::abs(left - corner), c = std::abs(left + above - 2 * corner);
+    const int guesses[] = {0, left, above, (left + above) / 2, a <= b && a <= c ? left : b <= c ? above : corner};
+    pixels[i] = static_cast<std::uint8_t>(rows[y * (row + 1) + 1 + x] + guesses[rows[y * (row + 1)]]);
+  }
+  if (palette.empty()) return pixels;
+  Data colours;
+  for (const std::size_t i : pixels) colours.insert(colours.end(), &palette.at(3 * i), &palette.at(3 * i + 2) + 1);
+  return colours;
+}
+
+TEST(ImageTest, writesEveryKindOfPictureWithoutLoss) {
+  std::minstd_rand engine(7);
+  const auto random = [&engine] { return static_cast<unsigned>(engine() >> 4U); };
+  const auto rare = [&random] { return static_cast<unsigned>(std::countl_zero(random() << 5U | 1U)); };
+  const std::pair<const char*, std::function<unsigned(unsigned x, unsigned y, unsigned channel)>> kinds[] = {
+      {"noise", [&](auto...) { return random(); }},
+      {"flat", [](auto, auto, unsigned channel) { return 50 * channel; }},
+      {"grey noise",
+       [grey = 0U, &random](auto, auto, unsigned channel) mutable { return grey = channel == 0 ? random() : grey; }},
+      {"grey ramp", [](unsigned x, unsigned y, auto) { return x + y; }},
+      {"colours", [](unsigned x, unsigned y, unsigned channel) { return x * y / 9 % 31 * (channel + 1); }},
+      {"gradient",
+       [](unsigned x, unsigned y, unsigned channel) { return channel == 0   ? x / 3
+                                                             : channel == 1 ? y / 2
+                                                                            : x - y; }},
+      {"soft noise", [&](unsigned x, unsigned y, unsigned) { return x / 9 + y / 7 + random() % 9; }},
+      {"rare differences", [&](auto...) { return rare() % 2 == 0 ? rare() : 0U - rare(); }},
+      {"noise between runs", [&](unsigned, unsigned y, auto...) { return y % 8 == 0 ? random() : 0U; }}};
+  const auto check = [&](const auto& kind, std::size_t width, std::size_t height, std::size_t channels) {
+    SCOPED_TRACE(testing::Message() << kind.first << " " << width << "x" << height << "x" << channels);
+    Data pixels(width * height * channels);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+      const auto x = static_cast<unsigned>(i / channels % width), y = static_cast<unsigned>(i / channels / width);
+      pixels[i] = static_cast<std::uint8_t>(kind.second(x, y, static_cast<unsigned>(i % channels)));
+    }
+    const auto format = channels == 3 ? PixelFormat::rgb : PixelFormat::rgba;
+    const Data png = *UIImagePNGRepresentation(UIImage::fromPixels(pixels, width, height, width * channels, format));
+    const UIImage again = UIImage::decode(png);
+    ASSERT_EQ(pixelsOf(png, width, height), Data(again.pixels().begin(), again.pixels().end()));
+    EXPECT_EQ(png, *UIImagePNGRepresentation(again));
+    ASSERT_EQ(again.pixels().size(), width * height * again.channels());
+    const std::size_t step = channels / again.channels();  // 3 for a colour picture that went out as grey
+    EXPECT_TRUE(step == 1 || (step == 3 && std::string_view(kind.first).starts_with("grey")) || width * height < 1600);
+    for (std::size_t i = 0; i < pixels.size(); ++i) ASSERT_EQ(again.pixels()[i / step], pixels[i]) << i;
+    EXPECT_LE(png.size(), pixels.size() + pixels.size() / 50 + 300);
+  };
+  for (std::size_t i = 0; i < 1600; ++i)
+    check(kinds[random() % std::size(kinds)], 1 + i % 40, 1 + i / 40, 3 + random() % 2);
+  for (const auto& kind : kinds) {
+    for (const std::size_t channels : {3U, 4U}) check(kind, 517, 301, channels);
+  }
+  check(kinds[0], maximumImageSide, 5, 4);
+  check(kinds[6], 1, maximumImageSide, 3);
 }
 
 TEST(ImageTest, turnsCameraPicturesUpright) {
