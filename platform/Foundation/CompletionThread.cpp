@@ -20,10 +20,11 @@ void CompletionThread::start() {
   if (!thread_.joinable()) thread_ = startNetThread("net.cb", [this] { run(); });
 }
 
-void CompletionThread::enqueue(Completion completion) {
+void CompletionThread::enqueue(Completions completions) {
+  if (completions.empty()) return;
   {
     const std::lock_guard lock(mutex_);
-    queue_.push_back(std::move(completion));
+    queue_.splice(queue_.end(), completions);
   }
   changed_.notify_one();
 }

@@ -4,7 +4,7 @@
 #include <Foundation/URLSession.hpp>
 
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -19,6 +19,8 @@ struct Completion {
   std::optional<URLError> error;
 };
 
+using Completions = std::list<Completion>;
+
 /// The thread "net.cb": calls handlers one at a time, in the order they came, so that a slow one delays no transfer.
 class CompletionThread {
  public:
@@ -31,15 +33,15 @@ class CompletionThread {
   /// Starts the thread, unless it runs. Not to be called twice at once. Throws std::system_error when there can be no
   /// more threads.
   void start();
-  /// Returns without waiting; any thread, once started.
-  void enqueue(Completion completion);
+  /// Returns without waiting; any thread, once started. Several at once save wake-ups.
+  void enqueue(Completions completions);
 
  private:
   void run();
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<Completion> queue_;
+  Completions queue_;
   bool closing_ = false;
   std::thread thread_;
 };

@@ -37,11 +37,12 @@ CurlSession::CurlSession(Options options) : options_(options), multi_(makeMulti(
 CurlSession::~CurlSession() {
   stop();
   waiting_.splice(waiting_.end(), new_);
-  for (auto& transfer : waiting_) completions_.enqueue(transfer.complete(URLError(URLError::Code::cancelled)));
+  for (auto& transfer : waiting_) ended_.push_back(transfer.complete(URLError(URLError::Code::cancelled)));
   for (auto& transfer : active_) {
     curl_multi_remove_handle(multi_.get(), transfer.handle());
-    completions_.enqueue(transfer.complete(URLError(URLError::Code::cancelled)));
+    ended_.push_back(transfer.complete(URLError(URLError::Code::cancelled)));
   }
+  completions_.enqueue(std::move(ended_));
 }
 
 void CurlSession::start(URLRequest request, CompletionHandler handler) {
@@ -50,7 +51,7 @@ void CurlSession::start(URLRequest request, CompletionHandler handler) {
 
   std::unique_lock lock(mutex_);
   completions_.start();
-  if (stopping_) return completions_.enqueue(transfer.front().complete(URLError(URLError::Code::cancelled)));
+  if (stopping_) return completions_.enqueue({transfer.front().complete(URLError(URLError::Code::cancelled))});
   if (!thread_.joinable()) thread_ = startNetThread("net.io", [this] { run(); });
   const bool isFirst = new_.empty();
   new_.splice(new_.end(), transfer);
@@ -73,6 +74,7 @@ void CurlSession::run() {
   while (takeNewOnes()) {
     // Before the wait, so that it never sleeps on free places: libcurl wakes at once for what has been admitted.
     admit();
+    completions_.enqueue(std::exchange(ended_, {}));
     lock.unlock();
     wait();
     lock.lock();
@@ -97,7 +99,7 @@ void CurlSession::admit() {
     try {
       send(active_.back());
     } catch (...) {
-      completions_.enqueue(active_.back().complete(currentError()));
+      ended_.push_back(active_.back().complete(currentError()));
       active_.pop_back();
     }
   }
@@ -121,9 +123,9 @@ void CurlSession::concludeFinished() {
         send(*transfer);
         continue;
       }
-      completions_.enqueue(transfer->complete());
+      ended_.push_back(transfer->complete());
     } catch (...) {
-      completions_.enqueue(transfer->complete(currentError()));
+      ended_.push_back(transfer->complete(currentError()));
     }
     active_.erase(transfer);
   }
@@ -140,7 +142,7 @@ void CurlSession::expire() {
         ++transfer;
       } else {
         if (transfer->handle() != nullptr) curl_multi_remove_handle(multi_.get(), transfer->handle());
-        completions_.enqueue(transfer->complete(URLError(URLError::Code::timedOut)));
+        ended_.push_back(transfer->complete(URLError(URLError::Code::timedOut)));
         transfer = transfers->erase(transfer);
       }
     }

@@ -70,6 +70,7 @@ class CurlSession final : public URLSession {
   // Of the network thread only.
   Transfers waiting_;
   Transfers active_;
+  Completions ended_;  // handed on once in each turn
   CurlTransfer::Clock::time_point nextDeadline_ = CurlTransfer::Clock::time_point::max();
 
   std::thread thread_;
