@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,15 +21,17 @@ namespace tavlo::bench {
 /// `run` is timed; its result, for one call, goes with the case as counters: name and value.
 using Counters = std::vector<std::pair<std::string, double>>;
 
-/// Registers a case that times `run()`, or `run(state)` where it pauses the clock: `prepare` is called once, before
-/// anything is timed, and gives the counters or throws when the product is wrong, which fails the case.
+/// Registers a case that times `run()`, or `run(state)` where it pauses the clock. `prepare` is called once before
+/// anything is timed, and gives the counters or throws when the product is wrong, which fails the case; `warmUp` before
+/// each repetition.
 template <class Prepare, class Run>
-void addCase(const std::string& name, Prepare prepare, Run run) {
+void addCase(const std::string& name, Prepare prepare, Run run, const std::function<void()>& warmUp = nullptr) {
   auto prepared = std::make_shared<std::optional<Counters>>();
   benchmark::RegisterBenchmark(name.c_str(),
-                               [prepare, run, prepared](benchmark::State& state) {
+                               [prepare, run, warmUp, prepared](benchmark::State& state) {
                                  try {
                                    if (!*prepared) *prepared = prepare();
+                                   if (warmUp) warmUp();
                                    for (auto _ : state) {
                                      if constexpr (std::is_invocable_v<Run, benchmark::State&>) {
                                        run(state);
