@@ -39,7 +39,6 @@ constexpr std::size_t maximumDocumentsInRecord = 1'000;
 constexpr std::size_t idSize = 12;
 /// Marks a folder as one of documents, too.
 constexpr auto lockName = "documents.lock";
-constexpr auto credentialExtension = ".pem";
 
 bool isId(std::string_view text) {
   return text.size() == idSize && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
@@ -61,6 +60,11 @@ bool isPlainName(std::string_view name) {
 /// The name that foundation::writePrivately gives a file until it is whole.
 bool isTemporary(const std::string& name) {
   return name.starts_with('.') && name.ends_with(".tmp");
+}
+
+/// Where the credential of the document in `record` is kept, if it has one.
+fs::path credentialBeside(fs::path record) {
+  return record.replace_extension(".pem");
 }
 
 bool isFile(const fs::path& path) {
@@ -89,8 +93,7 @@ StoredDocument load(const fs::path& file) {
   if (!isFile(file)) throw std::runtime_error("it is no regular file");
   if (!isId(file.stem().string())) throw std::runtime_error("its name is none that tavlo gives");
   StoredDocument stored = parse(foundation::contentsOf(file, maximumRecordSize));
-  fs::path credential = fs::path(file).replace_extension(credentialExtension);
-  if (isFile(credential)) stored.credential = std::move(credential);
+  if (const fs::path credential = credentialBeside(file); isFile(credential)) stored.credential = credential;
   return stored;
 }
 
@@ -249,14 +252,14 @@ std::string DocumentFolder::add(DataView json, std::string_view credential) {
     throw Failure(ExitCode::documents, folder_.string() + " is full with 10000 documents. Remove some");
   }
   std::string id = newId();
-  while (fs::exists(fileOf(id))) id = newId();
-  if (!credential.empty()) {
-    foundation::writePrivately(fs::path(fileOf(id)).replace_extension(credentialExtension),
-                               foundation::dataOf(credential));
-  }
+  while (fs::exists(fileOf(id)) || fs::exists(credentialBeside(fileOf(id)))) id = newId();
   try {
+    if (!credential.empty()) {
+      foundation::writePrivately(credentialBeside(fileOf(id)), foundation::dataOf(credential));
+    }
     write(id, json);
   } catch (...) {
+    ::unlink(credentialBeside(fileOf(id)).c_str());
     ::unlink(fileOf(id).c_str());  // It is in place already when only the folder could not be flushed.
     throw;
   }
@@ -281,6 +284,7 @@ void DocumentFolder::replace(const std::string& id, DataView json) {
 
 void DocumentFolder::remove(const std::string& id) {
   fs::remove(existing(id));
+  ::unlink(credentialBeside(fileOf(id)).c_str());
   foundation::flushFolder(folder_);  // before its pictures go
 }
 
@@ -340,11 +344,7 @@ std::map<std::string, std::string> DocumentFolder::sweep() {
   Contents all = contents();
   std::set<std::string> named;
   for (const auto& [id, stored] : all.documents) named.merge(pictureNames(*stored.document));
-  removeFiles(folder_, [&](const fs::path& name) {
-    const bool isLeft = name.extension() == credentialExtension && isId(name.stem().string()) &&
-                        !fs::exists(fs::symlink_status(fileOf(name.stem().string())));
-    return isLeft || isTemporary(name.string());
-  });
+  removeFiles(folder_, isTemporary);
   removeFiles(pictures_->folder(), [&](const std::string& name) {
     return isTemporary(name) || (!named.contains(name) && (all.damaged.empty() || pictures_->isNew(name)));
   });

@@ -31,9 +31,9 @@ void tellDamage(const std::string& file, const std::string& reason);
 /// is where the library keeps pictures.
 ///
 /// Pictures are written before the record that names them and removed after it, and each file is written whole or not
-/// at all; so are credentials. A process that is killed so leaves nothing worse than temporary files, and pictures and
-/// credentials of no record; the next change removes these, except pictures as long as a damaged record might name
-/// them.
+/// at all. A process that is killed so leaves nothing worse than temporary files, pictures that no record names and a
+/// credential, which tells nothing of a person, without its record. The next change removes the former two, except
+/// pictures as long as a damaged record might name them.
 ///
 /// The object locks the folder for its life against other processes: for changing it alone, for reading beside other
 /// readers. Everything throws std::system_error where the file system refuses, and Failure.

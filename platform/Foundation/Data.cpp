@@ -145,9 +145,14 @@ void createPrivateFolder(const std::filesystem::path& folder) {
   std::filesystem::path made;
   for (const std::filesystem::path& part : folder) {
     made /= part;
-    if (::mkdir(made.c_str(), S_IRWXU) == 0 || errno == EEXIST) continue;
+    if (::mkdir(made.c_str(), S_IRWXU) == 0) {
+      const std::filesystem::path above = made.has_parent_path() ? made.parent_path() : ".";
+      if (::access(above.c_str(), R_OK) == 0) flushFolder(above);  // what cannot be read cannot be flushed
+      continue;
+    }
     const int reason = errno;  // some systems answer EROFS or EACCES for a folder that exists
-    if (!std::filesystem::is_directory(made)) throwSystemError(reason, "cannot make the folder " + made.string());
+    if (reason == EEXIST || std::filesystem::is_directory(made)) continue;
+    throwSystemError(reason, "cannot make the folder " + made.string());
   }
   struct stat status {};
   if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {

@@ -40,7 +40,8 @@ enum class IfExists { replace, fail };
 /// place when only the folder could not be flushed.
 bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists = IfExists::replace);
 
-/// Flushes the folder to disk, so that files which were removed from it stay so after a crash. Throws std::system_error.
+/// Flushes the folder to disk, so that what was made in it or removed from it stays so after a crash. Throws
+/// std::system_error.
 void flushFolder(const std::filesystem::path& folder);
 
 /// Makes the folder and its missing parents with mode 0700. A folder of ours that is there and open to others is closed
