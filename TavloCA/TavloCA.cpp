@@ -8,7 +8,6 @@
 #include <Foundation/URLError.hpp>
 #include <Foundation/URLRequest.hpp>
 #include <Foundation/URLSession.hpp>
-#include <Foundation/UTF8.hpp>
 #include <TavloCA/TavloCA.internal.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 #include <TavloReader/DataGroups.hpp>
@@ -125,9 +124,7 @@ std::optional<Data> TavloCA::verificationObject(const DataGroups& datagroups, co
     verification.signing.mdlPublicKey = foundation::toHexString(publicKey.data());
   } catch (...) {  // a key that is not given out is left out
   }
-  if (const auto png = uikit::UIImagePNGRepresentation(selfie)) {
-    verification.biometry.selfie = common::base64UrlEncodedString(*png, common::Base64Options::none);
-  }
+  verification.biometry.selfie = common::base64UrlEncodedPNG(selfie, common::Base64Options::none);
 
   Data body;
   try {
@@ -136,7 +133,7 @@ std::optional<Data> TavloCA::verificationObject(const DataGroups& datagroups, co
     foundation::print("Could not encode jsonData");
     return std::nullopt;
   }
-  if (const auto text = foundation::textOf(body); foundation::isValidUTF8(text)) foundation::print(text);
+  foundation::print(foundation::textOf(body));  // UTF-8, for the encoder writes nothing else
   return body;
 }
 

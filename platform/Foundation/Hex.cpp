@@ -1,5 +1,6 @@
 #include <Foundation/Hex.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -18,11 +19,19 @@ constexpr unsigned valueOf(char digit) {
 }  // namespace
 
 std::string toHexString(DataView bytes) {
-  static constexpr std::string_view digits = "0123456789abcdef";
-  std::string text(bytes.size() * 2, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    text[2 * i] = digits[bytes[i] >> 4U];
-    text[2 * i + 1] = digits[bytes[i] & 15U];
+  const auto digit = [](unsigned value) { return static_cast<char>(value + (value < 10 ? '0' : 'a' - 10)); };
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  // In pieces that stay in the cache between being cleared and being written.
+  for (std::size_t at = 0; at < bytes.size();) {
+    const DataView piece = bytes.subspan(at, std::min<std::size_t>(bytes.size() - at, 16 << 10));
+    text.resize(2 * (at + piece.size()));
+    char* const to = text.data() + 2 * at;
+    for (std::size_t i = 0; i < piece.size(); ++i) {
+      to[2 * i] = digit(piece[i] >> 4U);
+      to[2 * i + 1] = digit(piece[i] & 15U);
+    }
+    at += piece.size();
   }
   return text;
 }

@@ -119,7 +119,17 @@ class JSONWritingPlace final : public Encoder,
     }
   }
 
-  void append(std::string_view text) { body_.insert(body_.end(), text.begin(), text.end()); }
+  /// Makes room for `size` more bytes: with little to spare, for one text may be most of the body.
+  void makeRoom(std::size_t size) {
+    constexpr std::size_t spare = 4096;
+    if (body_.capacity() - body_.size() < size) body_.reserve(body_.size() + size + body_.size() / 2 + spare);
+  }
+
+  void append(std::string_view text) {
+    makeRoom(text.size());
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    body_.insert(body_.end(), bytes, bytes + text.size());
+  }
 
   void appendPlain(std::string_view text) {
     beginPlain();
@@ -133,21 +143,45 @@ class JSONWritingPlace final : public Encoder,
   }
 
   void appendQuoted(std::string_view text) {
-    if (!isValidUTF8(text)) fail("the text is not well-formed UTF-8");
+    makeRoom(text.size() + 2);
     append("\"");
     while (!text.empty()) {
-      std::size_t run = 0;
-      while (run < text.size() && !needsEscape(text[run])) ++run;
-      append(text.substr(0, run));
+      std::size_t run = 1;
+      if (isPlain(text.front())) {
+        run = plainRun(text.substr(0, 16 << 10));  // a piece that is still in the cache when it is copied
+        append(text.substr(0, run));
+      } else if (isASCII(text.front())) {
+        appendEscape(text.front());
+      } else {
+        run = static_cast<std::size_t>(std::ranges::find_if(text, isASCII) - text.begin());
+        if (!isValidUTF8(text.substr(0, run))) fail("the text is not well-formed UTF-8");
+        append(text.substr(0, run));
+      }
       text.remove_prefix(run);
-      if (text.empty()) break;
-      appendEscape(text.front());
-      text.remove_prefix(1);
     }
     append("\"");
   }
 
-  static bool needsEscape(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\'; }
+  static bool isASCII(char c) { return static_cast<unsigned char>(c) < 0x80; }
+  /// Whether `c` is ASCII and stands for itself. No branches, so that many are looked at together.
+  static bool isPlain(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return (static_cast<unsigned>(code >= 0x20) & static_cast<unsigned>(code < 0x80) &
+            static_cast<unsigned>(code != '"') & static_cast<unsigned>(code != '\\')) != 0;
+  }
+
+  /// How many plain characters `text` begins with.
+  static std::size_t plainRun(std::string_view text) {
+    constexpr std::size_t block = 64;
+    std::size_t run = 0;
+    for (; run + block <= text.size(); run += block) {
+      bool plain = true;
+      for (std::size_t i = 0; i < block; ++i) plain = plain & isPlain(text[run + i]);
+      if (!plain) break;
+    }
+    while (run < text.size() && isPlain(text[run])) ++run;
+    return run;
+  }
 
   void appendEscape(char c) {
     static constexpr std::string_view plain = "\"\\\b\f\n\r\t";

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <cstring>
 #include <new>
+#include <utility>
 
 namespace tavlo::common {
 
@@ -35,28 +38,93 @@ unsigned digitValue(char digit) {
   return digitValues[static_cast<unsigned char>(digit)];
 }
 
+/// Writes the four digits of each three of `bytes`, a multiple of three.
+void writeDigits(DataView bytes, char* to) {
+  const auto writePair = [&to](std::uint64_t bits) {
+    std::memcpy(to, digitPairs[bits & 0xFFFU].data(), 2);
+    to += 2;
+  };
+  // Six bytes at a time, as the upper part of one number.
+  for (; bytes.size() >= sizeof(std::uint64_t); bytes = bytes.subspan(6)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes.data(), sizeof word);
+    if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
+    for (const unsigned shift : {52U, 40U, 28U, 16U}) writePair(word >> shift);
+  }
+  for (; !bytes.empty(); bytes = bytes.subspan(3)) {
+    const unsigned group = unsigned{bytes[0]} << 16U | unsigned{bytes[1]} << 8U | bytes[2];
+    writePair(group >> 12U);
+    writePair(group);
+  }
+}
+
+/// A text that grows as its bytes come in.
+class TextWriter {
+ public:
+  /// About `expectedRest` bytes will follow `bytes`: knowing that, the text seldom has to move.
+  void append(DataView bytes, std::size_t expectedRest = 0) {
+    const std::size_t size = text_.size() + digits(keptSize_ + bytes.size());
+    if (text_.capacity() < size) text_.reserve(size + digits(expectedRest + expectedRest / 32));
+    while (keptSize_ > 0 && !bytes.empty()) {
+      keep(bytes.front());
+      bytes = bytes.subspan(1);
+    }
+    // In pieces that stay in the cache between being cleared and being written.
+    constexpr std::size_t pieceSize = 24 << 10;
+    while (bytes.size() >= 3) {
+      const std::size_t piece = std::min(pieceSize, bytes.size() - bytes.size() % 3);
+      appendGroups(bytes.first(piece));
+      bytes = bytes.subspan(piece);
+    }
+    for (; !bytes.empty(); bytes = bytes.subspan(1)) keep(bytes.front());
+  }
+
+  /// The whole text.
+  [[nodiscard]] std::string finish() {
+    const std::size_t size = text_.size() + digits(keptSize_);
+    while (keptSize_ > 0) keep(0);
+    text_.resize(size);
+    return std::move(text_);
+  }
+
+ private:
+  static std::size_t digits(std::size_t bytes) { return (bytes * 4 + 2) / 3; }
+
+  void appendGroups(DataView bytes) {
+    const std::size_t at = text_.size();
+    text_.resize(at + digits(bytes.size()));
+    writeDigits(bytes, text_.data() + at);
+  }
+
+  /// Keeps a byte until there are three.
+  void keep(std::uint8_t byte) {
+    kept_[keptSize_++] = byte;
+    if (keptSize_ < kept_.size()) return;
+    appendGroups(kept_);
+    keptSize_ = 0;
+  }
+
+  std::string text_;
+  std::array<std::uint8_t, 3> kept_{};
+  std::size_t keptSize_ = 0;
+};
+
 }  // namespace
 
-std::optional<std::string> base64UrlEncodedString(DataView bytes, Base64Options /*options*/) {
-  try {
-    std::string text((bytes.size() * 4 + 2) / 3, '\0');
-    auto to = text.begin();
-    std::size_t i = 0;
-    for (; i + 3 <= bytes.size(); i += 3) {
-      const unsigned group = unsigned{bytes[i]} << 16U | unsigned{bytes[i + 1]} << 8U | bytes[i + 2];
-      to = std::ranges::copy(digitPairs[group >> 12U], to).out;
-      to = std::ranges::copy(digitPairs[group & 0xFFFU], to).out;
-    }
-    const std::size_t left = bytes.size() - i;
-    if (left > 0) {
-      const unsigned group = unsigned{bytes[i]} << 8U | (left == 2 ? bytes[i + 1] : 0U);
-      to = std::ranges::copy(digitPairs[group >> 4U], to).out;
-      if (left == 2) *to = alphabet[group << 2U & 63U];
-    }
-    return text;
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
+std::optional<std::string> base64UrlEncodedString(DataView bytes, Base64Options /*options*/) try {
+  TextWriter text;
+  text.append(bytes);
+  return text.finish();
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
+}
+
+std::optional<std::string> base64UrlEncodedPNG(const uikit::UIImage& image, Base64Options /*options*/) try {
+  TextWriter text;
+  const auto append = [&text](DataView piece, std::size_t expectedRest) { text.append(piece, expectedRest); };
+  return uikit::writePNG(image, append) ? std::optional(text.finish()) : std::nullopt;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 std::optional<Data> dataFromBase64Url(std::string_view text) {

@@ -19,6 +19,11 @@ enum class Base64Options : std::uint8_t { none = 0 };
 [[nodiscard]] std::optional<std::string> base64UrlEncodedString(foundation::DataView bytes,
                                                                 Base64Options options = Base64Options::none);
 
+/// As `base64UrlEncodedString` of the PNG encoding of `image`, which is never held whole for a photograph; absent also
+/// when there is no picture.
+[[nodiscard]] std::optional<std::string> base64UrlEncodedPNG(const uikit::UIImage& image,
+                                                             Base64Options options = Base64Options::none);
+
 /// The bytes of a base64url text, with or without its padding. Absent when a character is outside the alphabet, the
 /// length or the padding is impossible, or bits beyond the last byte are set.
 [[nodiscard]] std::optional<foundation::Data> dataFromBase64Url(std::string_view text);

@@ -46,6 +46,25 @@ TEST(JSON, WritesCompactTextInTheShortestForm) {
   }
 }
 
+TEST(JSON, WritesLongTextsWithAnyCharacterAnywhere) {
+  const std::pair<const char*, const char*> characters[] = {{"\"", "\\\""},
+                                                            {"\x1f", "\\u001f"},
+                                                            {"\\", "\\\\"},
+                                                            {"\xC3\xA9", "\xC3\xA9"},
+                                                            {"\x7f\xF0\x9D\x84\x9E", "\x7f\xF0\x9D\x84\x9E"}};
+  for (std::size_t at = 0; at < 200; ++at) {
+    const std::string before(at + 16'300, 'b'), after(200 - at, '~');
+    for (const auto& [character, text] : characters) {
+      EXPECT_EQ(written(before + character + after), '"' + before + text + after + '"') << at;
+    }
+    for (const char* malformed : {"\xC3", "\x80", "\xE2\x82"}) {
+      EXPECT_THROW((void)JSONEncoder().encode(before + malformed + after), EncodingError) << at;
+    }
+  }
+  const auto body = JSONEncoder().encode(std::string(1 << 20, 'x'));
+  EXPECT_LE(body.capacity(), body.size() + 8192);
+}
+
 TEST(JSON, RefusesToWriteWhatJSONCannotHold) {
   for (const JSONValue& value : {JSONValue(NAN), JSONValue(INFINITY), JSONValue("\xC3"), JSONValue("\xED\xA0\x80"),
                                  JSONValue(JSONObject{{"\xFF", 1}})}) {

@@ -38,6 +38,11 @@ TEST(Text, UTF8IsCheckedAndMended) {
 TEST(Text, HexIsLowerCaseAndReadInBothCases) {
   EXPECT_EQ(toHexString(Data{0x0A, 0xFF}), "0aff");
   EXPECT_EQ(toHexString({}), "");
+  Data all(40'001);
+  for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i * 7 / 3);
+  const std::string hex = toHexString(all);
+  EXPECT_EQ(hex.find_first_not_of("0123456789abcdef"), std::string::npos);
+  EXPECT_EQ(dataFromHex(hex), all);
   EXPECT_EQ(dataFromHex("0aFf"), (Data{0x0A, 0xFF}));
   for (const char* text : {"0", "0g", " 0", "0x"}) EXPECT_EQ(dataFromHex(text), std::nullopt);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 
 #include "support/StandIns.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -14,9 +15,18 @@ using namespace foundation;
 using namespace std::string_literals;
 
 TEST(Base64Test, writesAndReadsWhatTheStandardAllows) {
-  Data all(768);
-  for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i * 7 / 3);
-  EXPECT_EQ(dataFromBase64Url(base64UrlEncodedString(all).value()), all);
+  Data all(600'000);
+  std::minstd_rand random(7);
+  for (auto& byte : all) byte = static_cast<std::uint8_t>(random() >> 8U);
+  for (const std::size_t size : {767U, 768U, 769U, 50'000U}) {
+    const Data some(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_EQ(dataFromBase64Url(base64UrlEncodedString(some).value()), some);
+  }
+  EXPECT_FALSE(base64UrlEncodedPNG({}));
+  for (const std::size_t side : {1U, 20U, 400U}) {  // the last goes out in several pieces
+    const auto image = uikit::UIImage::fromPixels(all, side, side, 3 * side, uikit::PixelFormat::rgb);
+    EXPECT_EQ(base64UrlEncodedPNG(image), base64UrlEncodedString(UIImagePNGRepresentation(image).value()));
+  }
   const std::tuple<Data, std::string, std::string> vectors[] = {
       {dataOf("f"), "Zg", "=="}, {{}, "", ""}, {{0xFB, 0xEF, 0xFF, 0xFE, 0}, "--___gA", "="}};
   for (const auto& [bytes, text, padding] : vectors) {
