@@ -2,6 +2,7 @@
 
 #include <Foundation/JSONEncoder.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <utility>
@@ -38,7 +39,9 @@ struct Server::Implementation {
       : settings(std::move(wanted)), history(settings.state), issuer(settings.state) {
     std::vector<std::string> addresses = {"127.0.0.1"};
     if (hasIPv6) addresses.emplace_back(ipv6);
-    addresses.insert(addresses.end(), settings.addresses.begin(), settings.addresses.end());
+    for (const std::string& address : settings.addresses) {
+      if (std::ranges::find(addresses, address) == addresses.end()) addresses.push_back(address);
+    }
     std::vector<Route> routes = pageRoutes(arrivals);
     routes.push_back({.method = "POST",
                       .path = "/verify",

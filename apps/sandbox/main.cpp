@@ -16,6 +16,7 @@
 
 #include "Authority.hpp"
 #include "Certificates.hpp"
+#include "HTTPServer.hpp"
 #include "Scenario.hpp"
 #include "Server.hpp"
 
@@ -60,6 +61,7 @@ std::string isUsableAddress(const std::string& address) {
   if (!isAddress(address)) return address + " is no IP address";
   // A certificate names addresses that one can connect to.
   if (address == "0.0.0.0" || address == "::") return "name the address at which this machine is reached";
+  if (!canListenAt(address)) return address + " is no address of this machine";
   return "";
 }
 
@@ -75,7 +77,7 @@ int run(int argc, const char* const* argv, const sigset_t& stopSignals) {
   app.add_option("--csca", csca, "Folder with the certificates of the signing authorities that are trusted")
       ->type_name("FOLDER");
   app.add_option("--state", state,
-                 "Where its own certificate authority is kept (default: in the folder of tavlo's data)")
+                 "Where its authorities and the history of keys are kept (default: in the folder of tavlo's data)")
       ->type_name("FOLDER");
   app.add_option("--listen", settings.addresses,
                  "An IP address to listen at beside the loopback ones; its certificate then names it, too")
