@@ -12,6 +12,7 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace tavlo::reader {
@@ -185,7 +186,10 @@ std::vector<Certificate> readAnchors(const TrustAnchors& anchors) {
 TrustAnchors trustAnchorsIn(const std::filesystem::path& folder) {
   std::size_t room = std::size_t{64} << 20;
   TrustAnchors anchors;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+  std::error_code error;
+  std::filesystem::directory_iterator entries(folder, error);
+  if (error) throw std::system_error(error, "cannot read the folder " + foundation::makeValidUTF8(folder.string()));
+  for (const auto& entry : entries) {
     const std::filesystem::path& file = entry.path();
     if (!entry.is_regular_file() || file.filename().native().starts_with('.')) continue;
     anchors.push_back(foundation::contentsOf(file, room));
