@@ -2,6 +2,7 @@
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/JSONValue.hpp>
 #include <Foundation/URLError.hpp>
+#include <Security/SecCertificate.hpp>
 #include <Security/SecKey.hpp>
 #include <TavloCA/TavloCA.hpp>
 #include <TavloCommon/TavloCommon.hpp>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Arrivals.hpp"
@@ -61,14 +63,9 @@ JSONValue bodyOf(const std::string& name) {
 JSONValue with(JSONValue body, const std::string& path, const std::optional<JSONValue>& value) {
   auto* object = body.getIf<JSONObject>();
   const auto dot = path.find('.');
-  if (dot != std::string::npos) {
-    JSONValue& inner = (*object)[path.substr(0, dot)];
-    inner = with(inner, path.substr(dot + 1), value);
-  } else if (value) {
-    (*object)[path] = *value;
-  } else {
-    object->erase(path);
-  }
+  if (dot != path.npos) object = (*object)[path.substr(0, dot)].getIf<JSONObject>();
+  object->erase(path.substr(dot + 1));
+  if (value) (*object)[path.substr(dot + 1)] = *value;
   return body;
 }
 
@@ -100,11 +97,7 @@ std::string selfieOf(std::size_t width, std::size_t height, std::uint8_t lastPix
 TEST(Sandbox, checksDocuments) {
   const JSONValue good = bodyOf("td3-jpeg");
   const std::string rsa = foundation::toHexString(generateKeyPair(security::SecKeyType::rsa).publicKey->data());
-  struct {
-    const char* path;
-    std::optional<JSONValue> value;
-    std::string results;
-  } const table[] = {
+  const std::tuple<const char*, std::optional<JSONValue>, const char*> table[] = {
       {"doc.DG2", std::nullopt, "000000"},
       {"doc.DG1", std::nullopt, "000022"},
       {"doc.SOD", std::nullopt, "012001"},
@@ -164,11 +157,7 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
   const std::string dg1 = *good.member("doc")->member("DG1")->getIf<std::string>();
   const Data png = foundation::contentsOf(samples / "selfie.png");
   const auto base64 = [](foundation::DataView bytes) { return common::base64UrlEncodedString(bytes).value(); };
-  struct {
-    std::string path;
-    std::optional<JSONValue> value;
-    std::string error;
-  } const table[] = {
+  const std::tuple<const char*, std::optional<JSONValue>, const char*> table[] = {
       {"version", std::nullopt, "version: missing"},
       {"version", "1.1", "version: not \"1.0\""},
       {"doc", std::nullopt, "doc: missing"},
@@ -241,8 +230,7 @@ TEST(Sandbox, keepsItsAuthorityAndRenewsTheServersCertificate) {
   EXPECT_EQ(fs::status(temporary.path() / "a").permissions(), fs::perms::owner_all);
 }
 
-using CertificatePointer = std::unique_ptr<X509, decltype(&X509_free)>;
-CertificatePointer certificateIn(const std::string& pem) {
+std::unique_ptr<X509, decltype(&X509_free)> certificateIn(std::string_view pem) {
   const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
                                                        BIO_free);
   return {PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free};
@@ -252,18 +240,15 @@ TEST(Sandbox, issuesCertificatesOverTheKeyThatWasSent) {
   const test::TemporaryFolder folder;
   (void)Issuer(folder.path());
   const Issuer issuer(folder.path());
-  const auto authority =
-      certificateIn(std::string(foundation::textOf(foundation::contentsOf(folder / "issuer-ca.pem"))));
+  const auto authority = certificateIn(foundation::textOf(foundation::contentsOf(folder / "issuer-ca.pem")));
   for (const auto type : {security::SecKeyType::ellipticCurve, security::SecKeyType::rsa}) {
     const Data key = generateKeyPair(type).publicKey->data();
-    const auto certificate = certificateIn(issuer.issue(key));
+    const std::string pem = issuer.issue(key);
+    const auto certificate = certificateIn(pem);
     ASSERT_TRUE(certificate && authority);
     EXPECT_EQ(X509_check_issued(authority.get(), certificate.get()), X509_V_OK);
     EXPECT_EQ(X509_verify(certificate.get(), X509_get0_pubkey(authority.get())), 1);
-    Data held(key.size());
-    auto* end = held.data();
-    EXPECT_EQ(i2d_PublicKey(X509_get0_pubkey(certificate.get()), &end), static_cast<int>(key.size()));
-    EXPECT_EQ(held, key);
+    EXPECT_EQ(security::publicKeyOfCertificate(pem), key);
     std::time_t later = std::time(nullptr) + 2 * 86'400;
     EXPECT_LT(X509_cmp_time(X509_get0_notAfter(certificate.get()), &later), 0);
   }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <tuple>
 
 #include "Checks.hpp"
@@ -205,49 +206,44 @@ class MakePassport : public testing::Test {
   std::string err_;
 };
 
-TEST_F(MakePassport, signsInEachWayUnderOneAuthority) {
-  ASSERT_EQ(make("first", {}), 0) << err_;
-  const auto authority = filesOf("csca");
-  const reader::TrustAnchors anchors{authority.at("csca.pem")};
-  std::vector<Arguments> table{{}, {"--tamper", "indefinite", "--key-identifier", "--expires", "2049-12-31"}};
-  for (const auto* hash : {"SHA-1", "SHA-224", "SHA-256", "SHA-384", "SHA-512"}) {
-    table.push_back({"--hash", hash, "--key", "RSA-2048", "--pss", "--key-identifier"});
-    table.push_back({"--hash", hash, "--key", "brainpoolP512r1", "--explicit", "--groups", "3"});
+TEST_F(MakePassport, makesTheSamplesAgain) {
+  for (const auto* name : {"make", "pictures"}) fs::copy(samples / name, folder_ / name, fs::copy_options::recursive);
+  fs::create_directory(folder_ / "trust");
+  Program script;
+  ASSERT_EQ(script.run({folder_ / "make", TAVLO_PROGRAM}), 0) << script.err();
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(folder_.path())) {
+    const fs::path original = samples / entry.path().filename();
+    if (!fs::exists(original / "expected.json")) continue;
+    SCOPED_TRACE(original);
+    ++count;
+    const auto filesIn = [](const fs::path& folder) { return std::distance(fs::directory_iterator(folder), {}); };
+    EXPECT_EQ(filesIn(entry) + 1, filesIn(original)) << "beside what is expected";
+    for (const auto& file : fs::directory_iterator(entry)) {
+      const auto name = file.path().filename();
+      if (name == "EF_SOD.bin") continue;  // signatures differ each time
+      EXPECT_EQ(foundation::contentsOf(file), foundation::contentsOf(original / name)) << name;
+    }
+    const auto report =
+        reader::authenticate(reader::readDocument(entry).model, reader::trustAnchorsIn(folder_ / "trust"));
+    const auto expected = JSONSerialization::jsonObject(foundation::contentsOf(original / "expected.json"));
+    EXPECT_EQ(report.isTrusted(), textOf(expected, "verdict") == "trusted");
   }
-  for (const auto* key : {"RSA-3072", "P-224", "P-384", "P-521", "brainpoolP256r1", "brainpoolP384r1"}) {
-    table.push_back({"--key", key, "--tamper", "pad=SOD", "--tamper", "drop=COM"});
-  }
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    const std::string out = std::to_string(i);
-    SCOPED_TRACE(testing::PrintToString(table[i]));
-    ASSERT_EQ(make(out, table[i]), 0) << err_;
-    EXPECT_TRUE(reader::authenticate(read(out), anchors).isTrusted());
-  }
-  EXPECT_EQ(filesOf("csca"), authority);
-
-  auto first = filesOf("first");
-  auto second = filesOf("0");
-  EXPECT_NE(first.at("EF_SOD.bin"), second.at("EF_SOD.bin"));
-  first.erase("EF_SOD.bin");
-  second.erase("EF_SOD.bin");
-  EXPECT_EQ(first, second) << "all but the signature is the same each time";
+  EXPECT_EQ(count, 29U);
 }
 
-TEST_F(MakePassport, putsPicturesInAsTheyAre) {
-  const std::string pictures = samples / "pictures";
-  for (const auto* standard : {"19794", "39794"}) {
-    ASSERT_EQ(make(standard, {"--portrait", pictures + "/portrait.j2k", "--portrait", pictures + "/portrait.jp2",
-                              "--signature", pictures + "/signature.jpg", "--faces", standard}),
-              0)
-        << err_;
-    const auto model = read(standard);
-    const auto* faces = model.find<reader::DataGroup2>();
-    ASSERT_EQ(faces->faces().size(), 2U);
-    EXPECT_EQ(foundation::textOf(faces->faces()[0]),
-              foundation::textOf(foundation::contentsOf(pictures + "/portrait.j2k")));
-    EXPECT_TRUE(faces->oddities().empty());
-    EXPECT_EQ(model.passportImage()->height(), 160U);
-    EXPECT_EQ(model.signatureImage()->width(), 120U);
+TEST_F(MakePassport, signsInMoreWaysUnderOneAuthority) {
+  const Arguments table[] = {
+      {"--key", "RSA-3072", "--hash", "SHA-224", "--pss", "--key-identifier"},
+      {"--key", "P-224", "--hash", "SHA-512", "--explicit"},
+      {"--key", "brainpoolP512r1", "--explicit", "--expires", "2049-12-31"},
+      {"--tamper", "indefinite", "--key-identifier", "--tamper", "drop=COM"},
+  };
+  for (const Arguments& options : table) {
+    SCOPED_TRACE(testing::PrintToString(options));
+    ASSERT_EQ(make(options[1], options), 0) << err_;
+    EXPECT_EQ(filesOf(options[1]).contains("EF_COM.bin"), options.back() != "drop=COM");
+    EXPECT_TRUE(reader::authenticate(read(options[1]), {filesOf("csca").at("csca.pem")}).isTrusted());
   }
 }
 
@@ -271,7 +267,6 @@ TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
       {{"--number", "AB 1"}, 2, "document number"},
       {{"--code", "ID"}, 2, "document code"},
       {{"--format", "TD1"}, 2, "document code"},
-      {{"--format", "TD4"}, 2, "--format"},
       {{"--gender", "Y"}, 2, "--gender"},
       {{"--nationality", "UTOP"}, 2, "longer than the 3"},
       {{"--birth", "23.7.1985"}, 2, "no date"},
@@ -279,7 +274,6 @@ TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
       {{"--expires", "2025-01-01"}, 2, "not after"},
       {{"--expires", "2050-01-01"}, 2, "in 2049 at the latest"},
       {{"--issued", "1999-12-31"}, 2, "from 2000 on"},
-      {{"--groups", "11,16"}, 2, "--groups"},
       {{"--tamper", "melt=DG1"}, 2, "no such tampering"},
       {{"--tamper", "flip"}, 2, "no such tampering"},
       {{"--tamper", "flip=DG17"}, 2, "no such tampering"},
