@@ -283,7 +283,7 @@ void writeBlockHeader(BitWriter& out, const Codes& codes, bool hasMatches, bool 
   out.put(symbolCount - 257, 5);
   out.put(1 - 1, 5);  // one distance
   out.put(19 - 4, 4);
-  for (const std::size_t length : {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15}) {
+  for (const unsigned length : {16U, 17U, 18U, 0U, 8U, 7U, 9U, 6U, 10U, 5U, 11U, 4U, 12U, 3U, 13U, 2U, 14U, 1U, 15U}) {
     out.put(lengthCodes.lengths[length], 3);
   }
   for (const std::uint8_t length : codes.lengths) out.put(lengthCodes, length);
@@ -391,12 +391,12 @@ class Colours {
       if (allGrey) continue;
       for (const unsigned shift : {16U, 8U, 0U}) indexed.palette.push_back(byte(colours_[i], shift));
     }
-    indexed.pixels.reserve(pixels.size() / 3);
+    indexed.pixels.resize(pixels.size() / 3);
     Slot last;
     for (std::size_t i = 0; i < pixels.size(); i += 3) {
       const std::uint32_t colour = colourAt(pixels.data() + i);
       if (colour != last.colour) last = find(colour);
-      indexed.pixels.push_back(last.byte);
+      indexed.pixels[i / 3] = last.byte;
     }
     return indexed;
   }
@@ -408,7 +408,9 @@ class Colours {
   };
 
   /// Never 0, which stands for no colour.
-  static std::uint32_t colourAt(const Byte* pixel) { return 1U << 24U | pixel[0] << 16U | pixel[1] << 8U | pixel[2]; }
+  static std::uint32_t colourAt(const Byte* pixel) {
+    return 1U << 24U | unsigned{pixel[0]} << 16U | unsigned{pixel[1]} << 8U | pixel[2];
+  }
 
   /// The slot that has `colour`, or the free one for it.
   [[nodiscard]] Slot& find(std::uint32_t colour) {
