@@ -48,6 +48,10 @@ void addCase(const std::string& name, Prepare prepare, Run run, const std::funct
       ->Unit(benchmark::kMillisecond);
 }
 
+[[nodiscard]] inline Counters bytesCounter(std::size_t bytes) {
+  return {{"bytes", static_cast<double>(bytes)}};
+}
+
 /// A case that times `make`, checks its product with `check`, and tells the product's size and the memory it took.
 template <class Make, class Check>
 void addProduct(const std::string& name, Make make, Check check) {
@@ -59,7 +63,9 @@ void addProduct(const std::string& name, Make make, Check check) {
         product.reset();
         const std::size_t peak = peakMemory([&] { product.emplace(make()); });
         check(*product);
-        return Counters{{"bytes", static_cast<double>(product->size())}, {"peak", static_cast<double>(peak)}};
+        auto counters = bytesCounter(product->size());
+        counters.emplace_back("peak", peak);
+        return counters;
       },
       [make] { benchmark::DoNotOptimize(make()); });
 }

@@ -19,6 +19,7 @@
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace tavlo::bench {
 
@@ -31,49 +32,37 @@ void require(bool condition, const char* otherwise) {
   if (!condition) throw std::runtime_error(otherwise);
 }
 
-/// Default settings where these are negative.
-struct PNGSettings {
-  int filters = -1;
-  int strategy = -1;
+/// By the number of channels.
+constexpr std::uint8_t colourTypes[] = {0, PNG_COLOR_TYPE_GRAY, 0, PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGB_ALPHA};
+
+/// libpng writing to memory.
+struct PNGWriter {
+  PNGWriter() {
+    const png_rw_ptr append = [](png_structp writer, png_bytep from, std::size_t size) {
+      auto& to = *static_cast<Data*>(png_get_io_ptr(writer));
+      to.insert(to.end(), from, from + size);
+    };
+    png_set_write_fn(png, &bytes, append, nullptr);
+  }
+  ~PNGWriter() { png_destroy_write_struct(&png, &info); }
+  PNGWriter(const PNGWriter&) = delete;
+  PNGWriter& operator=(const PNGWriter&) = delete;
+
+  Data write(const uikit::UIImage& image) {
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width()), static_cast<png_uint_32>(image.height()), 8,
+                 colourTypes[image.channels()], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    const std::size_t row = image.width() * image.channels();
+    for (std::size_t y = 0; y < image.height(); ++y) png_write_row(png, image.pixels().data() + y * row);
+    png_write_end(png, info);
+    return std::move(bytes);
+  }
+
+  Data bytes;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
 };
-
-Data writeWithLibpng(const uikit::UIImage& image, PNGSettings settings) {
-  Data png;
-  png_structp writer = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(writer);
-  png_set_write_fn(
-      writer, &png,
-      [](png_structp self, png_bytep bytes, std::size_t size) {
-        auto& to = *static_cast<Data*>(png_get_io_ptr(self));
-        to.insert(to.end(), bytes, bytes + size);
-      },
-      nullptr);
-  png_set_IHDR(writer, info, static_cast<png_uint_32>(image.width()), static_cast<png_uint_32>(image.height()), 8,
-               image.channels() == 1   ? PNG_COLOR_TYPE_GRAY
-               : image.channels() == 3 ? PNG_COLOR_TYPE_RGB
-                                       : PNG_COLOR_TYPE_RGB_ALPHA,
-               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (settings.filters >= 0) png_set_filter(writer, PNG_FILTER_TYPE_BASE, settings.filters);
-  if (settings.strategy >= 0) png_set_compression_strategy(writer, settings.strategy);
-  png_write_info(writer, info);
-  const std::size_t row = image.width() * image.channels();
-  for (std::size_t y = 0; y < image.height(); ++y) png_write_row(writer, image.pixels().data() + y * row);
-  png_write_end(writer, info);
-  png_destroy_write_struct(&writer, &info);
-  return png;
-}
-
-void appendNumber(Data& to, std::size_t number) {
-  for (int shift = 24; shift >= 0; shift -= 8) to.push_back(static_cast<std::uint8_t>(number >> shift));
-}
-
-void appendChunk(Data& to, std::string_view type, DataView content) {
-  appendNumber(to, content.size());
-  const std::size_t start = to.size();
-  to.insert(to.end(), type.begin(), type.end());
-  to.insert(to.end(), content.begin(), content.end());
-  appendNumber(to, libdeflate_crc32(0, to.data() + start, to.size() - start));
-}
 
 Data decodeBase64(std::string_view text) {
   require(text.find_first_of("+/=") == text.npos, "this is base64 of the other alphabet");
@@ -93,7 +82,7 @@ Data decodeBase64(std::string_view text) {
 }  // namespace
 
 Data pngByHand(const uikit::UIImage& image) {
-  return writeWithLibpng(image, {});
+  return PNGWriter().write(image);
 }
 
 Data jpegByHand(const uikit::UIImage& image) {
@@ -123,14 +112,17 @@ Data jpegByHand(const uikit::UIImage& image) {
 }
 
 Data pngByHuffman(const uikit::UIImage& image) {
-  return writeWithLibpng(image, {.filters = PNG_FILTER_AVG, .strategy = Z_HUFFMAN_ONLY});
+  PNGWriter writer;
+  png_set_filter(writer.png, PNG_FILTER_TYPE_BASE, PNG_FILTER_AVG);
+  png_set_compression_strategy(writer.png, Z_HUFFMAN_ONLY);
+  return writer.write(image);
 }
 
 Data pngByLibdeflate(const uikit::UIImage& image) {
   const std::size_t channels = image.channels(), row = image.width() * channels;
-  Data filtered((row + 1) * image.height());
   const Data nothing(row);
   const std::uint8_t* above = nothing.data();
+  Data filtered((row + 1) * image.height());
   auto* to = filtered.data();
   for (std::size_t y = 0; y < image.height(); ++y) {
     const std::uint8_t* const from = image.pixels().data() + y * row;
@@ -146,19 +138,19 @@ Data pngByLibdeflate(const uikit::UIImage& image) {
   packed.resize(
       libdeflate_zlib_compress(compressor.get(), filtered.data(), filtered.size(), packed.data(), packed.size()));
 
-  Data header;
-  appendNumber(header, image.width());
-  appendNumber(header, image.height());
-  const std::uint8_t type = channels == 1 ? 0 : channels == 3 ? 2 : 6;
-  for (const std::uint8_t byte : {std::uint8_t{8}, type, std::uint8_t{0}, std::uint8_t{0}, std::uint8_t{0}}) {
-    header.push_back(byte);
-  }
-  Data png{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-  png.reserve(packed.size() + 64);
-  appendChunk(png, "IHDR", header);
-  appendChunk(png, "IDAT", packed);
-  appendChunk(png, "IEND", {});
-  return png;
+  std::uint8_t header[13] = {0, 0, 0, 0, 0, 0, 0, 0, 8, colourTypes[channels]};
+  png_save_uint_32(header, static_cast<png_uint_32>(image.width()));
+  png_save_uint_32(header + 4, static_cast<png_uint_32>(image.height()));
+  PNGWriter writer;
+  writer.bytes.reserve(packed.size() + 64);
+  const auto writeChunk = [&](const char* type, const std::uint8_t* content, std::size_t size) {
+    png_write_chunk(writer.png, reinterpret_cast<png_const_bytep>(type), content, size);
+  };
+  png_write_sig(writer.png);
+  writeChunk("IHDR", header, sizeof header);
+  writeChunk("IDAT", packed.data(), packed.size());
+  writeChunk("IEND", nullptr, 0);
+  return std::move(writer.bytes);
 }
 
 std::string hexByHand(DataView bytes) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 
 namespace tavlo::bench {
 namespace {
@@ -64,43 +65,22 @@ void Server::accept() {
 void Server::serve(int socket) {
   BIO* stream = BIO_new_socket(socket, BIO_NOCLOSE);
   if (tls_) stream = BIO_push(BIO_new_ssl(tls_.get(), 0), stream);
-  char buffer[65536];
-  std::size_t filled = 0;
-  const auto readMore = [&] {
-    const int count = BIO_read(stream, buffer + filled, static_cast<int>(sizeof buffer - filled));
-    filled += static_cast<std::size_t>(std::max(count, 0));
-    return count > 0;
-  };
-  for (bool open = readMore(); open; open = filled > 0 || readMore()) {
-    std::size_t headSize = 0;
-    while (open && (headSize = std::string_view(buffer, filled).find("\r\n\r\n")) == std::string_view::npos) {
-      open = filled < sizeof buffer && readMore();
+  stream = BIO_push(BIO_new(BIO_f_buffer()), stream);
+  char part[65536];
+  for (int size = 1; size > 0;) {
+    std::size_t length = 0;
+    while ((size = BIO_gets(stream, part, sizeof part)) > 2) {
+      if (std::string_view(part).starts_with("Content-Length: ")) length = std::strtoul(part + 16, nullptr, 10);
     }
-    if (!open) break;
-    const std::string_view head(buffer, headSize);
-    const auto field = head.find("Content-Length: ");
-    const std::size_t length = field == head.npos ? 0 : std::strtoul(buffer + field + 16, nullptr, 10);
-
     std::uint32_t sum = 1;
-    std::size_t taken = headSize + 4;
-    for (std::size_t left = length;;) {
-      const std::size_t part = std::min(left, filled - taken);
-      sum = libdeflate_adler32(sum, buffer + taken, part);
-      taken += part;
-      left -= part;
-      if (left == 0) break;
-      filled = taken = 0;
-      if (!readMore()) {
-        open = false;
-        break;
-      }
+    for (std::size_t left = length; left > 0 && size > 0; left -= static_cast<std::size_t>(size)) {
+      size = BIO_read(stream, part, static_cast<int>(std::min(left, sizeof part)));
+      if (size > 0) sum = libdeflate_adler32(sum, part, static_cast<std::size_t>(size));
     }
-    if (!open) break;
-    std::copy(buffer + taken, buffer + filled, buffer);
-    filled -= taken;
+    if (size <= 0) break;
     const std::string body = answer(length, sum);
-    const std::string text = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-    if (BIO_write(stream, text.data(), static_cast<int>(text.size())) <= 0) break;
+    BIO_printf(stream, "HTTP/1.1 200 OK\r\nContent-Length: %zu\r\n\r\n%s", body.size(), body.c_str());
+    size = BIO_flush(stream);
   }
   BIO_free_all(stream);
   const std::lock_guard lock(mutex_);

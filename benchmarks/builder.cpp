@@ -62,10 +62,7 @@ void addBuilderCases(const std::vector<std::string>& photos) {
         check);
     const auto bodySize = lazily([=] { return build(picture(kind, size)).size(); });
     addCase(
-        name + "floor",
-        [=] {
-          return Counters{{"bytes", static_cast<double>(bodySize())}};
-        },
+        name + "floor", [=] { return bytesCounter(bodySize()); },
         [=] { readAndWrite(picture(kind, size).pixels(), bodySize()); });
   };
   for (const char* kind : {"s", "cam"}) {

@@ -40,7 +40,7 @@ void addRecordCases(const std::vector<std::string>& photos) {
         "decode/" + name + "/ours",
         [=] {
           if (difference(UIImage::decode(encoded()), original()) > tolerance) throw std::runtime_error("other pixels");
-          return Counters{{"bytes", static_cast<double>(encoded().size())}};
+          return bytesCounter(encoded().size());
         },
         [=] { benchmark::DoNotOptimize(UIImage::decode(encoded())); });
   };
@@ -84,7 +84,7 @@ void addRecordCases(const std::vector<std::string>& photos) {
         "document/decode" + size,
         [=] {
           if (decode()->description() != family()->description()) throw std::runtime_error("another record");
-          return Counters{{"bytes", static_cast<double>(json().size())}};
+          return bytesCounter(json().size());
         },
         [=] { benchmark::DoNotOptimize(decode()); });
   }

@@ -92,10 +92,7 @@ void addText(const std::string& size, std::size_t count) {
 
   const auto addPrinter = [&](const std::string& who, auto print) {
     addCase(
-        "print/pipe/" + size + "/" + who,
-        [=] {
-          return Counters{{"bytes", static_cast<double>(json().size())}};
-        },
+        "print/pipe/" + size + "/" + who, [=] { return bytesCounter(json().size()); },
         [=] {
           const DrainedOutput drained;
           print(json());

@@ -12,7 +12,7 @@ import math
 import statistics
 import sys
 
-PIXELS = {"640x480": 640 * 480, "1280x960": 1280 * 960, "7MP": 3072 * 2304, "12MP": 4032 * 3024}
+SIZES = {"640x480": 640 * 480, "1280x960": 1280 * 960, "7MP": 3072 * 2304, "12MP": 4032 * 3024, "1MB": 1e6, "20MB": 2e7}
 missed = []
 
 
@@ -32,11 +32,10 @@ class Row:
             missed.append(f"{self.name}: {what}")
 
 
-def read(path):
+def read(runs):
     """{case: {who: {"time": ms, counters...}}}"""
     cases, samples = {}, {}
-    # They ran in random order.
-    for run in sorted(json.load(open(path, encoding="utf-8"))["benchmarks"], key=lambda run: run["family_index"]):
+    for run in sorted(runs, key=lambda run: run["family_index"]):  # They ran in random order.
         if run["run_type"] != "iteration":
             continue
         case, who = run["run_name"].removesuffix("/real_time").rsplit("/", 1)
@@ -115,18 +114,32 @@ def posts_row(case, who, runs, wrk):
     return row
 
 
-def growth_row(prefix, cases):
-    """The exponent in time ~ size ** exponent, fitted over the sizes of one kind of input."""
-    points = [(math.log(PIXELS[case.rsplit("/", 1)[1]]), math.log(runs["ours"]["time"])) for case, runs in cases]
-    slope = statistics.linear_regression(*zip(*points)).slope
-    row = Row(f"{prefix}, growth")
-    row.cells["time"] = f"pixels^{slope:.2f}"
-    row.goal("exponent", slope, 1.1, margin=1.1)
+def growth_row(kind, sizes):
+    """The exponent in time ~ size ** exponent, fitted over the sizes of one kind of input, beside the floor's own."""
+
+    def slope(who):
+        points = [(size, math.log(runs[who]["time"])) for size, runs in sizes]
+        return statistics.linear_regression(*zip(*points)).slope
+
+    ours, floor = slope("ours"), slope("floor" if "floor" in sizes[0][1] else "memcpy")
+    row = Row(f"{kind}, growth")
+    row.cells = {"time": f"size^{ours:.2f}", "time / floor": f"floor: size^{floor:.2f}"}
+    row.goal("growth beyond the floor's", ours - floor, 0.15, margin=2)
     return row
 
 
+def machine(context):
+    with open("/proc/cpuinfo", encoding="utf-8") as lines:
+        model = next((line.split(":")[1].strip() for line in lines if line.startswith("model name")), "unknown")
+    return (f"{context['date'][:10]}, {context['num_cpus']} processors of type {model}, "
+            f"load {context['load_avg'][0]:.1f} at the start.")
+
+
 def main():
-    cases, wrk = read(sys.argv[1]), {kind: float(rate) for kind, rate in (text.split("=") for text in sys.argv[2:])}
+    with open(sys.argv[1], encoding="utf-8") as file:
+        results = json.load(file)
+    cases = read(results["benchmarks"])
+    wrk = {kind: float(rate) for kind, rate in (text.split("=") for text in sys.argv[2:])}
     rows = []
     for case, runs in cases.items():
         for who in runs:
@@ -134,12 +147,15 @@ def main():
                 rows.append(posts_row(case, who, runs, wrk))
             elif who not in ("by-hand", "floor", "memcpy", "kept-handle"):
                 rows.append(product_row(case, who, runs))
-    for prefix in ("builder/s", "builder/cam"):
-        sizes = [(case, runs) for case, runs in cases.items() if case.rsplit("/", 1)[0] == prefix]
-        if len(sizes) > 1:
-            rows.append(growth_row(prefix, sizes))
+    by_kind = {}
+    for case, runs in cases.items():
+        kind, size = case.rsplit("/", 1)
+        if size in SIZES and ("floor" in runs or "memcpy" in runs):
+            by_kind.setdefault(kind, []).append((math.log(SIZES[size]), runs))
+    rows += [growth_row(kind, sizes) for kind, sizes in by_kind.items() if len(sizes) > 1]
     columns = ["time", "by hand / time", "time / floor", "bytes", "bytes / by hand", "peak / bytes",
                "to server, 5 / 20 / 100 Mbit/s"]
+    print(machine(results["context"]) + "\n")
     print("| case | " + " | ".join(columns) + " | goals |\n" + "| --- " * (len(columns) + 2) + "|")
     for row in rows:
         print(f"| {row.name} | " + " | ".join(row.cells.get(column, "") for column in columns) +
