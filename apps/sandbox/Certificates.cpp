@@ -1,5 +1,7 @@
 #include "Certificates.hpp"
 
+#include <Foundation/Owned.hpp>
+
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -18,23 +20,12 @@ namespace fs = std::filesystem;
 using foundation::Data;
 using foundation::DataView;
 using foundation::IfExists;
+using foundation::Owned;
 
 namespace {
 
 constexpr std::time_t renewalBeforeEnd = 30 * oneDay;
 constexpr std::size_t uncompressedPointSize = 65;
-
-struct OpenSSLDelete {
-  void operator()(BIO* stream) const { BIO_free(stream); }
-  void operator()(BIGNUM* number) const { BN_free(number); }
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-  void operator()(X509* certificate) const { X509_free(certificate); }
-  void operator()(X509_EXTENSION* extension) const { X509_EXTENSION_free(extension); }
-  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-  void operator()(X509_STORE_CTX* context) const { X509_STORE_CTX_free(context); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, OpenSSLDelete>;
 
 /// Every step of making a certificate succeeds or ends the making.
 void require(bool success) {
@@ -44,8 +35,8 @@ void require(bool success) {
 }
 
 /// The certificate of `key`, signed by `issuer`, or by `key` itself when there is none.
-Owned<X509> certify(EVP_PKEY* key, const Description& description, const Identity* issuer) {
-  Owned<X509> made(X509_new());
+Owned<X509, X509_free> certify(EVP_PKEY* key, const Description& description, const Identity* issuer) {
+  Owned<X509, X509_free> made(X509_new());
   X509* const certificate = made.get();
   require(certificate != nullptr);
   X509* const issuing = issuer == nullptr ? certificate : issuer->certificate.get();
@@ -53,7 +44,7 @@ Owned<X509> certify(EVP_PKEY* key, const Description& description, const Identit
   std::array<unsigned char, 16> serial{};
   require(RAND_bytes(serial.data(), static_cast<int>(serial.size())) == 1);
   serial[0] &= 0x7FU;  // a serial number is positive
-  const Owned<BIGNUM> number(BN_bin2bn(serial.data(), static_cast<int>(serial.size()), nullptr));
+  const Owned<BIGNUM, BN_free> number(BN_bin2bn(serial.data(), static_cast<int>(serial.size()), nullptr));
   require(number && BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate)) != nullptr);
 
   X509_NAME* subject = X509_get_subject_name(certificate);
@@ -68,7 +59,8 @@ Owned<X509> certify(EVP_PKEY* key, const Description& description, const Identit
   X509V3_CTX context;
   X509V3_set_ctx(&context, issuing, certificate, nullptr, nullptr, 0);
   for (const auto& [kind, value] : description.extensions) {
-    const Owned<X509_EXTENSION> extension(X509V3_EXT_conf(nullptr, &context, kind.c_str(), value.c_str()));
+    const Owned<X509_EXTENSION, X509_EXTENSION_free> extension(
+        X509V3_EXT_conf(nullptr, &context, kind.c_str(), value.c_str()));
     require(extension && X509_add_ext(certificate, extension.get(), -1) == 1);
   }
   require(X509_sign(certificate, issuer == nullptr ? key : issuer->key.get(), EVP_sha256()) > 0);
@@ -78,7 +70,7 @@ Owned<X509> certify(EVP_PKEY* key, const Description& description, const Identit
 /// What `write` writes, for as long as `use` runs; the memory is overwritten then, as it may hold a key.
 template <class Write, class Use>
 void withPEM(Write write, Use use) {
-  const Owned<BIO> stream(BIO_new(BIO_s_secmem()));
+  const Owned<BIO, BIO_free> stream(BIO_new(BIO_s_secmem()));
   require(stream && write(stream.get()));
   unsigned char* text = nullptr;
   const long size = BIO_get_mem_data(stream.get(), &text);
@@ -86,8 +78,8 @@ void withPEM(Write write, Use use) {
   use(DataView(text, static_cast<std::size_t>(size)));
 }
 
-Owned<EVP_PKEY> publicKeyOf(DataView bytes) {
-  Owned<EVP_PKEY> key;
+Owned<EVP_PKEY, EVP_PKEY_free> publicKeyOf(DataView bytes) {
+  Owned<EVP_PKEY, EVP_PKEY_free> key;
   const unsigned char* end = bytes.data();
   if (bytes.size() == uncompressedPointSize) {
     // A key with the curve alone, which the point is then read into.
@@ -103,7 +95,7 @@ Owned<EVP_PKEY> publicKeyOf(DataView bytes) {
 }  // namespace
 
 Identity makeIdentity(const Description& description, const Identity* issuer) {
-  Owned<EVP_PKEY> key(EVP_EC_gen("P-256"));
+  Owned<EVP_PKEY, EVP_PKEY_free> key(EVP_EC_gen("P-256"));
   require(key != nullptr);
   auto certificate = certify(key.get(), description, issuer);
   return {std::move(key), std::move(certificate)};
@@ -142,11 +134,11 @@ bool storeIdentity(const Identity& identity, const fs::path& file, IfExists ifEx
 std::optional<Identity> loadIdentity(const fs::path& file) {
   if (!fs::exists(file)) return std::nullopt;
   Data pem = foundation::contentsOf(file, 65'536);
-  const Owned<BIO> stream(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const Owned<BIO, BIO_free> stream(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   require(stream != nullptr);
   // An empty password: a file that asks for one is none of ours, and nobody is asked at the terminal.
-  Owned<EVP_PKEY> key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, const_cast<char*>("")));
-  Owned<X509> certificate(PEM_read_bio_X509(stream.get(), nullptr, nullptr, const_cast<char*>("")));
+  Owned<EVP_PKEY, EVP_PKEY_free> key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, const_cast<char*>("")));
+  Owned<X509, X509_free> certificate(PEM_read_bio_X509(stream.get(), nullptr, nullptr, const_cast<char*>("")));
   OPENSSL_cleanse(pem.data(), pem.size());
   const bool sound = key && certificate && X509_check_private_key(certificate.get(), key.get()) == 1;
   ERR_clear_error();
@@ -162,8 +154,8 @@ void storeCertificate(const Identity& identity, const fs::path& file) {
 bool vouches(const Identity& authority, const Identity& server, const std::vector<std::string>& names,
              std::time_t now) {
   X509* const certificate = server.certificate.get();
-  const Owned<X509_STORE> store(X509_STORE_new());
-  const Owned<X509_STORE_CTX> context(X509_STORE_CTX_new());
+  const Owned<X509_STORE, X509_STORE_free> store(X509_STORE_new());
+  const Owned<X509_STORE_CTX, X509_STORE_CTX_free> context(X509_STORE_CTX_new());
   require(store && context && X509_STORE_add_cert(store.get(), authority.certificate.get()) == 1 &&
           X509_STORE_CTX_init(context.get(), store.get(), certificate, nullptr) == 1);
   X509_STORE_CTX_set_time(context.get(), 0, now + renewalBeforeEnd);

@@ -1,28 +1,19 @@
 #pragma once
 
 #include <Foundation/Data.hpp>
+#include <Foundation/Owned.hpp>
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 
 namespace tavlo::specimen {
 
-/// Hands an object of the C library back to it.
-template <auto release>
-struct Release {
-  template <class T>
-  void operator()(T* object) const {
-    release(object);
-  }
-};
-template <class T, auto release>
-using Owned = std::unique_ptr<T, Release<release>>;
+using foundation::Owned;
 
 /// Each step of making keys, certificates and signatures succeeds, or std::runtime_error ends it.
 void require(bool success);

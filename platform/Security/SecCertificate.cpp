@@ -1,4 +1,6 @@
 #include <Security/SecCertificate.hpp>
+
+#include <Foundation/Owned.hpp>
 #include <Security/SecKey.hpp>
 
 #include <openssl/err.h>
@@ -8,6 +10,8 @@
 #include <memory>
 
 namespace tavlo::security {
+
+using foundation::Owned;
 
 namespace {
 
@@ -23,10 +27,8 @@ int refusePassword(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*u
 foundation::Data publicKeyOfCertificate(std::string_view pem) {
   foundation::Data key;
   if (pem.size() <= maximumCertificateSize) {
-    const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
-                                                         BIO_free);
-    const std::unique_ptr<X509, decltype(&X509_free)> certificate(
-        PEM_read_bio_X509(text.get(), nullptr, refusePassword, nullptr), X509_free);
+    const Owned<BIO, BIO_free> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    const Owned<X509, X509_free> certificate(PEM_read_bio_X509(text.get(), nullptr, refusePassword, nullptr));
     EVP_PKEY* const publicKey = certificate ? X509_get0_pubkey(certificate.get()) : nullptr;
     unsigned char* encoded = nullptr;
     const int size = publicKey != nullptr ? i2d_PublicKey(publicKey, &encoded) : 0;

@@ -1,5 +1,7 @@
-#include <Security/SHA256.hpp>
 #include <Security/SecKey.hpp>
+
+#include <Foundation/Owned.hpp>
+#include <Security/SHA256.hpp>
 
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
@@ -15,19 +17,13 @@ namespace tavlo::security {
 
 using foundation::Data;
 using foundation::DataView;
+using foundation::Owned;
 
 namespace {
 
 constexpr int rsaBits = 3072;
 constexpr std::size_t uncompressedPointSize = 65;
 
-struct OpenSSLDelete {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-  void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-  void operator()(PKCS8_PRIV_KEY_INFO* info) const { PKCS8_PRIV_KEY_INFO_free(info); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, OpenSSLDelete>;
 using SharedKey = std::shared_ptr<EVP_PKEY>;
 
 /// OpenSSL's own words never leave: they are for a programmer and may stem from an earlier call.
@@ -90,7 +86,7 @@ void requireType(EVP_PKEY* key, SecKeyType type) {
 
 SecKeyPair generateKeyPair(SecKeyType type) {
   const SharedKey key(type == SecKeyType::rsa ? EVP_RSA_gen(static_cast<unsigned int>(rsaBits)) : EVP_EC_gen("P-256"),
-                      OpenSSLDelete());
+                      EVP_PKEY_free);
   if (!key) fail("a key pair could not be generated");
   return pairOf(key);
 }
@@ -111,16 +107,16 @@ std::shared_ptr<const SecKey> publicKeyFromData(DataView data, SecKeyType type) 
     OSSL_PARAM parameters[] = {OSSL_PARAM_construct_utf8_string(OSSL_PKEY_PARAM_GROUP_NAME, group.data(), 0),
                                OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size()),
                                OSSL_PARAM_END};
-    const Owned<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
+    const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
     if (!context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
         EVP_PKEY_fromdata(context.get(), &decoded, EVP_PKEY_PUBLIC_KEY, parameters) != 1) {
       decoded = nullptr;
     }
   }
   if (decoded == nullptr) fail("it is no public key of that type");
-  const SharedKey key(decoded, OpenSSLDelete());
+  const SharedKey key(decoded, EVP_PKEY_free);
   requireType(key.get(), type);
-  const Owned<EVP_PKEY_CTX> check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
+  const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
   if (!check || EVP_PKEY_public_check(check.get()) != 1) fail("it is no sound public key");
   return std::make_shared<OpenSSLKey>(key, OpenSSLKey::Half::publicKey);
 }
@@ -132,20 +128,21 @@ SecretData::~SecretData() {
 SecretData pkcs8Of(const SecKeyPair& pair) {
   const auto* key = dynamic_cast<const OpenSSLKey*>(pair.privateKey.get());
   if (key == nullptr) throw SecurityError("the private key cannot be exported");
-  const Owned<PKCS8_PRIV_KEY_INFO> info(EVP_PKEY2PKCS8(key->get()));
+  const Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free> info(EVP_PKEY2PKCS8(key->get()));
   if (!info) fail("the private key cannot be encoded");
   return SecretData(encoded([&](unsigned char** end) { return i2d_PKCS8_PRIV_KEY_INFO(info.get(), end); }));
 }
 
 SecKeyPair keyPairFromPKCS8(DataView pkcs8, SecKeyType type) {
   const unsigned char* end = pkcs8.data();
-  const Owned<PKCS8_PRIV_KEY_INFO> info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &end, static_cast<long>(pkcs8.size())));
+  const Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free> info(
+      d2i_PKCS8_PRIV_KEY_INFO(nullptr, &end, static_cast<long>(pkcs8.size())));
   if (!info) fail("it is no PKCS#8 private key");
   if (end != pkcs8.data() + pkcs8.size()) throw SecurityError("bytes follow the PKCS#8 private key");
-  const SharedKey key(EVP_PKCS82PKEY(info.get()), OpenSSLDelete());
+  const SharedKey key(EVP_PKCS82PKEY(info.get()), EVP_PKEY_free);
   if (!key) fail("its private key cannot be read");
   requireType(key.get(), type);
-  const Owned<EVP_PKEY_CTX> check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
+  const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
   if (!check || EVP_PKEY_check(check.get()) != 1) fail("its private and public halves do not agree");
   return pairOf(key);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Foundation/Owned.hpp>
+
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -7,23 +9,13 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <memory>
 #include <optional>
 
 // What the parts of passive authentication need of the C library.
 
 namespace tavlo::reader {
 
-/// Hands an object of the C library back to it.
-template <auto release>
-struct Release {
-  template <class T>
-  void operator()(T* object) const {
-    release(object);
-  }
-};
-template <class T, auto release>
-using Owned = std::unique_ptr<T, Release<release>>;
+using foundation::Owned;
 using Certificate = Owned<X509, X509_free>;
 
 /// Leaves this thread no errors of the C library, which would be taken for those of its next user.
