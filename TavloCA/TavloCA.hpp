@@ -79,8 +79,8 @@ class TavloCA {
   ///
   /// Groups go out as lower-case hexadecimal text under their names, of two of the same class the last; those that the
   /// service does not take are dropped with a line in the reader's log. The selfie goes out as PNG in base64url, the
-  /// key as hexadecimal text; each is left out where it has no such form. Beside its
-  /// arguments this takes memory of about twice the body's size, and where the selfie is no photograph, of its pixels.
+  /// key as hexadecimal text; each is left out where it has no such form. Takes memory of about twice the body's size
+  /// beside the arguments, and that of the pixels as well when the selfie is no photograph.
   [[nodiscard]] static std::optional<foundation::Data> verificationObject(const DataGroups& datagroups,
                                                                           const uikit::UIImage& selfie,
                                                                           const security::SecKey& publicKey);
