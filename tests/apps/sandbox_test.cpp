@@ -1,6 +1,7 @@
 #include <Foundation/Hex.hpp>
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/JSONValue.hpp>
+#include <Foundation/Owned.hpp>
 #include <Foundation/URLError.hpp>
 #include <Security/SecCertificate.hpp>
 #include <Security/SecKey.hpp>
@@ -43,6 +44,7 @@ using namespace std::chrono_literals;
 using foundation::Data;
 using foundation::JSONObject;
 using foundation::JSONValue;
+using foundation::Owned;
 
 const fs::path samples = TAVLO_SAMPLES_DIR;
 constexpr auto today = 2026y / 7 / 1;
@@ -230,10 +232,9 @@ TEST(Sandbox, keepsItsAuthorityAndRenewsTheServersCertificate) {
   EXPECT_EQ(fs::status(temporary.path() / "a").permissions(), fs::perms::owner_all);
 }
 
-std::unique_ptr<X509, decltype(&X509_free)> certificateIn(std::string_view pem) {
-  const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
-                                                       BIO_free);
-  return {PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free};
+Owned<X509, X509_free> certificateIn(std::string_view pem) {
+  const Owned<BIO, BIO_free> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  return Owned<X509, X509_free>(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr));
 }
 
 TEST(Sandbox, issuesCertificatesOverTheKeyThatWasSent) {
@@ -288,9 +289,7 @@ class RunningSandbox : public testing::Test {
   /// A connection byte by byte.
   class Client {
    public:
-    explicit Client(std::uint16_t port)
-        : context_(SSL_CTX_new(TLS_client_method()), SSL_CTX_free),
-          stream_(BIO_new_ssl_connect(context_.get()), BIO_free_all) {
+    explicit Client(std::uint16_t port) {
       BIO_set_conn_hostname(stream_.get(), ("127.0.0.1:" + std::to_string(port)).c_str());
       BIO_do_connect(stream_.get());
       const timeval limit{10, 0};
@@ -308,8 +307,8 @@ class RunningSandbox : public testing::Test {
     }
 
    private:
-    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
-    std::unique_ptr<BIO, decltype(&BIO_free_all)> stream_;
+    Owned<SSL_CTX, SSL_CTX_free> context_{SSL_CTX_new(TLS_client_method())};
+    Owned<BIO, BIO_free_all> stream_{BIO_new_ssl_connect(context_.get())};
   };
   [[nodiscard]] Client connect() const { return Client(server_->port()); }
 
