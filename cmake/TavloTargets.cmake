@@ -39,12 +39,18 @@ function(tavlo_program name)
 endfunction()
 
 # tavlo_test(NAME LABEL label SOURCES ... LINK ...): a GoogleTest program; each of its tests is one test of ctest. The
-# label is optional.
+# label is optional; all of one label are built by the target tests_LABEL.
 function(tavlo_test name)
   cmake_parse_arguments(arg "" "LABEL" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main tavlo_build_flags)
   target_compile_definitions(${name} PRIVATE TAVLO_SAMPLES_DIR="${PROJECT_SOURCE_DIR}/samples")
+  if(arg_LABEL)
+    if(NOT TARGET tests_${arg_LABEL})
+      add_custom_target(tests_${arg_LABEL})
+    endif()
+    add_dependencies(tests_${arg_LABEL} ${name})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${arg_LABEL}")
 endfunction()
