@@ -250,7 +250,7 @@ TEST(Sandbox, issuesCertificatesOverTheKeyThatWasSent) {
     EXPECT_EQ(X509_check_issued(authority.get(), certificate.get()), X509_V_OK);
     EXPECT_EQ(X509_verify(certificate.get(), X509_get0_pubkey(authority.get())), 1);
     EXPECT_EQ(security::publicKeyOfCertificate(pem), key);
-    std::time_t later = std::time(nullptr) + 2 * 86'400;
+    std::time_t later = std::time(nullptr) + 2 * oneDay;
     EXPECT_LT(X509_cmp_time(X509_get0_notAfter(certificate.get()), &later), 0);
   }
   EXPECT_THROW((void)issuer.issue(Data(65)), std::runtime_error);
