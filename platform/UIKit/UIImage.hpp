@@ -84,8 +84,8 @@ class UIImage {
 /// Takes the next piece of a file, valid during the call, and about how many bytes will follow it.
 using PNGHandler = std::function<void(foundation::DataView piece, std::size_t expectedRest)>;
 
-/// Hands the PNG encoding of `image` to `take` as it is made, a photograph in pieces of some 100 KB. False, with nothing
-/// handed over, when there is no picture. Throws std::bad_alloc, and what `take` throws.
+/// Hands the PNG encoding of `image` to `take` as it is made, a photograph in pieces of some 100 KB. False, with
+/// nothing handed over, when there is no picture. Throws std::bad_alloc, and what `take` throws.
 bool writePNG(const UIImage& image, const PNGHandler& take);
 
 }  // namespace tavlo::uikit
