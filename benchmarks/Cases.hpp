@@ -27,29 +27,28 @@ using Counters = std::vector<std::pair<std::string, double>>;
 template <class Prepare, class Run>
 void addCase(const std::string& name, Prepare prepare, Run run, const std::function<void()>& warmUp = nullptr) {
   auto prepared = std::make_shared<std::optional<Counters>>();
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [prepare, run, warmUp, prepared](benchmark::State& state) {
-                                 try {
-                                   if (!*prepared) *prepared = prepare();
-                                   if (warmUp) warmUp();
-                                   for (auto _ : state) {
-                                     if constexpr (std::is_invocable_v<Run, benchmark::State&>) {
-                                       run(state);
-                                     } else {
-                                       run();
-                                     }
-                                   }
-                                   for (const auto& [key, value] : **prepared) state.counters[key] = value;
-                                 } catch (const std::exception& error) {
-                                   state.SkipWithError(error.what());
-                                 }
-                               })
-      ->UseRealTime()
-      ->Unit(benchmark::kMillisecond);
+  const auto measure = [prepare, run, warmUp, prepared](benchmark::State& state) {
+    try {
+      if (!*prepared) *prepared = prepare();
+      if (warmUp) warmUp();
+      for (auto _ : state) {
+        if constexpr (std::is_invocable_v<Run, benchmark::State&>) {
+          run(state);
+        } else {
+          run();
+        }
+      }
+      for (const auto& [key, value] : **prepared) state.counters[key] = value;
+    } catch (const std::exception& error) {
+      state.SkipWithError(error.what());
+    }
+  };
+  benchmark::RegisterBenchmark(name.c_str(), measure)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 
-[[nodiscard]] inline Counters bytesCounter(std::size_t bytes) {
-  return {{"bytes", static_cast<double>(bytes)}};
+/// One counter.
+[[nodiscard]] inline Counters counter(const char* name, std::size_t value) {
+  return {{name, static_cast<double>(value)}};
 }
 
 /// A case that times `make`, checks its product with `check`, and tells the product's size and the memory it took.
@@ -63,7 +62,7 @@ void addProduct(const std::string& name, Make make, Check check) {
         product.reset();
         const std::size_t peak = peakMemory([&] { product.emplace(make()); });
         check(*product);
-        auto counters = bytesCounter(product->size());
+        auto counters = counter("bytes", product->size());
         counters.emplace_back("peak", peak);
         return counters;
       },
@@ -73,7 +72,8 @@ void addProduct(const std::string& name, Make make, Check check) {
 /// `make()`, made when it is first asked for: a run need not make what its filter leaves out.
 template <class Make>
 [[nodiscard]] auto lazily(Make make) {
-  return [ make, made = std::make_shared<std::optional<decltype(make())>>() ]() -> const auto& {
+  const auto made = std::make_shared<std::optional<decltype(make())>>();
+  return [ make, made ]() -> const auto& {
     if (!*made) *made = make();
     return **made;
   };

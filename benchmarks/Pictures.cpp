@@ -176,4 +176,8 @@ const uikit::UIImage& picture(const std::string& kind, const std::string& size) 
   return image;
 }
 
+std::string label(const std::string& kind, const std::string& size) {
+  return size.empty() ? "photo" + kind.substr(kind.rfind('/')) : kind + "/" + size;
+}
+
 }  // namespace tavlo::bench

@@ -16,4 +16,7 @@ namespace tavlo::bench {
 /// picture file, taken as it is.
 [[nodiscard]] const uikit::UIImage& picture(const std::string& kind, const std::string& size);
 
+/// What the cases with that picture are called: "KIND/SIZE", or "photo/NAME" for a file.
+[[nodiscard]] std::string label(const std::string& kind, const std::string& size);
+
 }  // namespace tavlo::bench

@@ -50,8 +50,7 @@ void addBuilderCases(const std::vector<std::string>& photos) {
     return *std::move(body);
   };
   const auto add = [&](const std::string& kind, const std::string& size) {
-    const std::string name =
-        "builder/" + (kind.starts_with('/') ? "photo" + kind.substr(kind.rfind('/')) : kind + "/" + size) + "/";
+    const std::string name = "builder/" + label(kind, size) + "/";
     const auto check = [=](const auto& body) {
       checkBody(viewOf(body), inputs->model, picture(kind, size), *inputs->key.publicKey);
     };
@@ -62,7 +61,7 @@ void addBuilderCases(const std::vector<std::string>& photos) {
         check);
     const auto bodySize = lazily([=] { return build(picture(kind, size)).size(); });
     addCase(
-        name + "floor", [=] { return bytesCounter(bodySize()); },
+        name + "floor", [=] { return counter("bytes", bodySize()); },
         [=] { readAndWrite(picture(kind, size).pixels(), bodySize()); });
   };
   for (const char* kind : {"s", "cam"}) {

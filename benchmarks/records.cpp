@@ -40,7 +40,7 @@ void addRecordCases(const std::vector<std::string>& photos) {
         "decode/" + name + "/ours",
         [=] {
           if (difference(UIImage::decode(encoded()), original()) > tolerance) throw std::runtime_error("other pixels");
-          return bytesCounter(encoded().size());
+          return counter("bytes", encoded().size());
         },
         [=] { benchmark::DoNotOptimize(UIImage::decode(encoded())); });
   };
@@ -59,7 +59,7 @@ void addRecordCases(const std::vector<std::string>& photos) {
   for (const std::string& photo : photos) {
     const auto bytes = lazily([=] { return foundation::contentsOf(photo); });
     addDecoding(
-        "photo" + photo.substr(photo.rfind('/')), bytes, [=] { return picture(photo, ""); }, 0);
+        label(photo, ""), bytes, [=] { return picture(photo, ""); }, 0);
   }
 
   for (const auto& [name, type] :
@@ -84,7 +84,7 @@ void addRecordCases(const std::vector<std::string>& photos) {
         "document/decode" + size,
         [=] {
           if (decode()->description() != family()->description()) throw std::runtime_error("another record");
-          return bytesCounter(json().size());
+          return counter("bytes", json().size());
         },
         [=] { benchmark::DoNotOptimize(decode()); });
   }

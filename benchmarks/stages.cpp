@@ -47,10 +47,10 @@ class DrainedOutput {
   std::jthread reader_;
 };
 
-void addPNG(const std::string& name, const std::string& kind, const std::string& size) {
+void addPNG(const std::string& kind, const std::string& size) {
   const auto add = [&](const std::string& who, auto encode) {
     addProduct(
-        "png/" + name + "/" + who, [=] { return encode(picture(kind, size)); },
+        "png/" + label(kind, size) + "/" + who, [=] { return encode(picture(kind, size)); },
         [=](const Data& png) { checkPNG(png, picture(kind, size)); });
   };
   add("ours", [](const uikit::UIImage& image) { return uikit::UIImagePNGRepresentation(image).value(); });
@@ -92,7 +92,7 @@ void addText(const std::string& size, std::size_t count) {
 
   const auto addPrinter = [&](const std::string& who, auto print) {
     addCase(
-        "print/pipe/" + size + "/" + who, [=] { return bytesCounter(json().size()); },
+        "print/pipe/" + size + "/" + who, [=] { return counter("bytes", json().size()); },
         [=] {
           const DrainedOutput drained;
           print(json());
@@ -106,12 +106,12 @@ void addText(const std::string& size, std::size_t count) {
 
 void addStageCases(const std::vector<std::string>& photos) {
   for (const std::string kind : {"s", "cam"}) {
-    for (const std::string size : {"640x480", "1280x960", "7MP", "12MP"}) addPNG(kind + "/" + size, kind, size);
+    for (const std::string size : {"640x480", "1280x960", "7MP", "12MP"}) addPNG(kind, size);
   }
   for (const std::string kind : {"jpeg", "near-grey", "grey", "drawn", "hard-edge", "flat"}) {
-    addPNG(kind + "/1280x960", kind, "1280x960");
+    addPNG(kind, "1280x960");
   }
-  for (const std::string& photo : photos) addPNG("photo" + photo.substr(photo.rfind('/')), photo, "");
+  for (const std::string& photo : photos) addPNG(photo, "");
   addText("1MB", 1'000'000);
   addText("20MB", 20'000'000);
 }
