@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <iostream>
 #include <random>
 #include <regex>
@@ -36,19 +35,13 @@ std::string recordWith(const std::string& members, const std::string& children =
 }
 
 /// `tavlo docs` with a folder of its own.
-class Docs : public testing::Test {
+class Docs : public ProgramTest {
  protected:
-  /// Runs a command to its end, through `runner` if any; each "@name" becomes the path of that file.
+  /// Runs a command to its end, through `runner` if any.
   int docs(const Words& words, Words runner = {}) {
     runner.insert(runner.end(), {TAVLO_PROGRAM, "docs", "--folder", documents_});
-    for (const std::string& word : words) {
-      runner.push_back(word.starts_with('@') ? (folder_ / word.substr(1)).string() : word);
-    }
-    Program program;
-    const int status = program.run(runner);
-    out_ = program.out();
-    err_ = program.err();
-    return status;
+    runner.insert(runner.end(), words.begin(), words.end());
+    return run(runner);
   }
   /// Runs a command that ends with `status` and has `err` in what it says.
   void expect(int status, const Words& words, const std::string& err = "") {
@@ -90,10 +83,7 @@ class Docs : public testing::Test {
     return others.size() - named.size();
   }
 
-  TemporaryFolder folder_;
   fs::path documents_ = folder_ / "documents";
-  std::string out_;
-  std::string err_;
 };
 
 TEST_F(Docs, keepsADocumentAllItsLife) {
@@ -205,11 +195,10 @@ TEST_F(Docs, keepsDamagedRecordsAndTheirPictures) {
 TEST_F(Docs, losesNothingToOtherProcesses) {
   const std::string shared = kept({"demo"});
   const std::string docs = TAVLO_PROGRAM " docs --folder " + documents_.string();
-  Program program;
-  program.run({"sh", "-c",
-               "for i in 1 2 3 4 5 6 7 8; do (id=$(" + docs + " demo); " + docs + " certify " + shared + "; " + docs +
-                   " certify $id; [ $i -gt 4 ] || " + docs + " remove --yes $id) & done; wait"});
-  EXPECT_EQ(program.err(), "");
+  run({"sh", "-c",
+       "for i in 1 2 3 4 5 6 7 8; do (id=$(" + docs + " demo); " + docs + " certify " + shared + "; " + docs +
+           " certify $id; [ $i -gt 4 ] || " + docs + " remove --yes $id) & done; wait"});
+  EXPECT_EQ(err_, "");
   EXPECT_EQ(files(".json").size(), 5U);
   for (const auto& [file, json] : files(".json")) EXPECT_EQ(childrenIn(json), file.starts_with(shared) ? 8U : 1U);
   EXPECT_EQ(strayFiles(), 0U);

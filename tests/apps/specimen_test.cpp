@@ -6,15 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <iterator>
-#include <tuple>
-
 #include "Checks.hpp"
 #include "support/Documents.hpp"
 #include "support/Printed.hpp"
 #include "support/Program.hpp"
-#include "support/TemporaryFolder.hpp"
 
 namespace tavlo::test {
 namespace {
@@ -173,21 +168,15 @@ TEST(Zone, isThatOfTheStandardsExamples) {
 }
 
 /// The command that makes documents, in a folder of its own.
-class MakePassport : public testing::Test {
+class MakePassport : public ProgramTest {
  protected:
-  /// Runs it with an authority and, unless there are others, a portrait; each "@name" becomes the path of that file.
+  /// Runs it with an authority and, unless there are others, a portrait.
   int make(const std::string& out, const Arguments& options) {
-    Arguments command{TAVLO_PROGRAM, "make-passport", "--out", folder_ / out};
+    Arguments command{TAVLO_PROGRAM, "make-passport", "--out", "@" + out};
     if (options.empty() || options.front() != "--authority") command.insert(command.end(), {"--authority", "@csca"});
     if (options.empty() || options.front() != "--portrait") command.insert(command.end(), {"--portrait", portrait_});
     command.insert(command.end(), options.begin(), options.end());
-    for (std::string& word : command) {
-      if (word.starts_with('@')) word = folder_ / word.substr(1);
-    }
-    Program tavlo;
-    const int status = tavlo.run(command);
-    err_ = tavlo.err();
-    return status;
+    return run(command);
   }
   [[nodiscard]] reader::NFCPassportModel read(const std::string& out) const {
     return reader::readDocument(folder_ / out).model;
@@ -195,22 +184,19 @@ class MakePassport : public testing::Test {
   [[nodiscard]] std::map<std::string, Data> filesOf(const std::string& folder) const {
     std::map<std::string, Data> files;
     for (const auto& entry : fs::directory_iterator(folder_ / folder)) {
-      EXPECT_EQ(fs::status(entry.path()).permissions(), fs::perms::owner_read | fs::perms::owner_write) << entry.path();
+      EXPECT_EQ(modeOf(entry), 0600) << entry.path();
       files[entry.path().filename()] = foundation::contentsOf(entry.path());
     }
     return files;
   }
 
-  TemporaryFolder folder_;
-  std::string portrait_ = samples / "pictures/portrait.jpg";
-  std::string err_;
+  const std::string portrait_ = samples / "pictures/portrait.jpg";
 };
 
 TEST_F(MakePassport, makesTheSamplesAgain) {
   for (const auto* name : {"make", "pictures"}) fs::copy(samples / name, folder_ / name, fs::copy_options::recursive);
   fs::create_directory(folder_ / "trust");
-  Program script;
-  ASSERT_EQ(script.run({folder_ / "make", TAVLO_PROGRAM}), 0) << script.err();
+  ASSERT_EQ(run({"@make", TAVLO_PROGRAM}), 0) << err_;
   std::size_t count = 0;
   for (const auto& entry : fs::directory_iterator(folder_.path())) {
     const fs::path original = samples / entry.path().filename();

@@ -6,18 +6,12 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/stat.h>
 
-#include <filesystem>
 #include <numeric>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "support/Documents.hpp"
 #include "support/Program.hpp"
 #include "support/RawServer.hpp"
-#include "support/TemporaryFolder.hpp"
 #include "support/TestCertificate.hpp"
 
 namespace tavlo::test {
@@ -31,13 +25,8 @@ const std::string samples = TAVLO_SAMPLES_DIR;
 const std::string selfie = samples + "/selfie.png";
 const std::string trust = samples + "/trust";
 
-mode_t modeOf(const std::filesystem::path& file) {
-  struct stat status {};
-  return ::stat(file.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
-}
-
 /// The command line program in a folder of its own. In it "passport" is a specimen with DG3 and an odd text beside.
-class Tavlo : public testing::Test {
+class Tavlo : public ProgramTest {
  protected:
   void SetUp() override {
     std::filesystem::copy(samples + "/td3-jpeg", folder_ / "passport");
@@ -56,18 +45,6 @@ class Tavlo : public testing::Test {
     foundation::writePrivately(folder_ / name, bytes);
   }
 
-  /// Runs a program to its end; each "@name" becomes the path of that file.
-  int run(Arguments command) {
-    for (std::string& argument : command) {
-      if (argument.starts_with('@')) argument = folder_ / argument.substr(1);
-    }
-    command.insert(command.begin(), environment_.begin(), environment_.end());
-    Program program;
-    const int status = program.run(command);
-    out_ = program.out();
-    err_ = program.err();
-    return status;
-  }
   int tavlo(Arguments arguments) {
     arguments.insert(arguments.begin(), TAVLO_PROGRAM);
     return run(arguments);
@@ -93,11 +70,6 @@ class Tavlo : public testing::Test {
       EXPECT_FALSE(fits(std::string(text).replace(text.find(sound), sound.size(), fault), name)) << fault;
     }
   }
-
-  TemporaryFolder folder_;
-  Arguments environment_ = {"XDG_DATA_HOME=" + (folder_ / "home").string(), "http_proxy="};
-  std::string out_;
-  std::string err_;
 };
 
 TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
@@ -152,7 +124,7 @@ TEST_F(Tavlo, showsWhatADocumentHolds) {
   const auto expectPicture = [&](const std::string& name, const uikit::UIImage& original) {
     const auto written = uikit::UIImage::decode(foundation::contentsOf(folder_ / name));
     EXPECT_TRUE(std::ranges::equal(written.pixels(), original.pixels()));
-    EXPECT_EQ(modeOf(folder_ / name), 0600U);
+    EXPECT_EQ(modeOf(folder_ / name), 0600);
   };
   expectPicture("portrait.png", model.passportImage().value());
   expectPicture("signature.png", model.signatureImage().value());
@@ -184,7 +156,7 @@ TEST_F(Tavlo, writesTheRequestWithoutSendingIt) {
   ASSERT_EQ(tavlo({"request", "--passport", "@passport", "--selfie", selfie, "--out", "@body.json"}), 0);
   EXPECT_EQ(out_, "");
   EXPECT_EQ(foundation::textOf(foundation::contentsOf(folder_ / "body.json")), body) << "the key pair is the same";
-  EXPECT_EQ(modeOf(folder_ / "body.json"), 0600U);
+  EXPECT_EQ(modeOf(folder_ / "body.json"), 0600);
 
   // Named after the hash of the document number.
   const std::string keyFile = "home/tavlo/keys/c83487da061cfee2f663c53a7bd6ca7c9210619fa531d9f0aab3cfd324403d7e.p8";
@@ -255,11 +227,8 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   Program sandbox;
   sandbox.start({SANDBOX_PROGRAM, "--csca", samples + "/trust", "--state", folder_ / "sandbox"});
   ASSERT_TRUE(sandbox.waitForOut("Ctrl-C")) << sandbox.err();
-  const Arguments verify = {"verify", "--save", "--selfie", selfie, "--trust", "@sandbox/ca.pem", "--passport"};
   const auto verifyAndSave = [&](const std::string& document) {
-    Arguments arguments = verify;
-    arguments.push_back(document);
-    return tavlo(arguments);
+    return tavlo({"verify", "--save", "--selfie", selfie, "--trust", "@sandbox/ca.pem", "--passport", document});
   };
   EXPECT_EQ(verifyAndSave(samples + "/td3-jpeg"), 0);
   expectPart(out_, R"("status":0,)");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -58,6 +59,27 @@ class Program {
 
   TemporaryFolder folder_;
   pid_t process_ = 0;
+};
+
+/// Runs programs one by one, with files and personal data in a folder of their own.
+class ProgramTest : public testing::Test {
+ protected:
+  /// Runs `command` to its end; each "@name" becomes the path of that file.
+  int run(std::vector<std::string> command) {
+    for (std::string& word : command) {
+      if (word.starts_with('@')) word = folder_ / word.substr(1);
+    }
+    command.insert(command.begin(), environment_.begin(), environment_.end());
+    Program program;
+    const int status = program.run(command);
+    out_ = program.out();
+    err_ = program.err();
+    return status;
+  }
+
+  TemporaryFolder folder_;
+  std::vector<std::string> environment_ = {"XDG_DATA_HOME=" + (folder_ / "home").string(), "http_proxy="};
+  std::string out_, err_;
 };
 
 }  // namespace tavlo::test

@@ -29,4 +29,9 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
+/// The permissions of a file, as of chmod.
+inline int modeOf(const std::filesystem::path& file) {
+  return static_cast<int>(std::filesystem::status(file).permissions());
+}
+
 }  // namespace tavlo::test
