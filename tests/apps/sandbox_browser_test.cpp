@@ -1,9 +1,6 @@
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/JSONValue.hpp>
 
-#include <curl/curl.h>
-#include <gtest/gtest.h>
-
 #include "Authority.hpp"
 #include "Server.hpp"
 #include "support/Arrivals.hpp"
@@ -51,32 +48,24 @@ class Browser {
     return std::string(foundation::textOf(foundation::JSONEncoder().encode(value)));
   }
   foundation::JSONValue send(const std::string& path, const std::string& body, const char* method = "POST") {
-    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
-    std::string answer;
-    curl_easy_setopt(curl.get(), CURLOPT_URL, (base_ + path).c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, method);
-    curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body.c_str());
-    const auto take = [](const char* bytes, std::size_t, std::size_t count, void* to) {
-      static_cast<std::string*>(to)->append(bytes, count);
-      return count;
-    };
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, +take);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer);
-    const bool isAnswered = curl_easy_perform(curl.get()) == CURLE_OK;
-    const auto json = foundation::JSONSerialization::jsonObject(foundation::dataOf(isAnswered ? answer : "{}"));
+    foundation::writePrivately(folder_ / "body", foundation::dataOf(body));
+    const std::string file = "@" + (folder_ / "body").string();
+    test::Program curl;
+    const int status = curl.run({"curl", "-s", "--noproxy", "*", "-X", method, "--data-binary", file, base_ + path});
+    const auto json = foundation::JSONSerialization::jsonObject(foundation::dataOf(status == 0 ? curl.out() : "{}"));
     const auto* value = json.member("value");
-    EXPECT_TRUE(value != nullptr && value->member("error") == nullptr) << path << body << answer;
+    EXPECT_TRUE(value != nullptr && value->member("error") == nullptr) << path << body << curl.out();
     return value == nullptr ? json : *value;
   }
 
+  test::TemporaryFolder folder_;
   test::Program driver_;
   std::string base_;
 };
 
 TEST(SandboxPageInBrowser, showsArrivalsLiveAndRunsNothingOfThem) {
-  if (test::Program().run({"sh", "-c", "command -v chromium && command -v chromedriver"}) != 0) {
-    GTEST_SKIP() << "chromium and chromedriver (chromium-driver) are not installed";
+  if (test::Program().run({"sh", "-c", "command -v chromium && command -v chromedriver && command -v curl"}) != 0) {
+    GTEST_SKIP() << "chromium, chromedriver (chromium-driver) and curl are not installed";
   }
   const test::Printed silent;
   const test::TemporaryFolder folder;
