@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <sstream>
-#include <string>
 
 namespace tavlo::foundation {
 namespace {
@@ -66,21 +65,22 @@ TEST(JSON, WritesLongTextsWithAnyCharacterAnywhere) {
 }
 
 TEST(JSON, RefusesToWriteWhatJSONCannotHold) {
-  for (const JSONValue& value : {JSONValue(NAN), JSONValue(INFINITY), JSONValue("\xC3"), JSONValue("\xED\xA0\x80"),
-                                 JSONValue(JSONObject{{"\xFF", 1}})}) {
+  for (const JSONValue& value : JSONArray{NAN, INFINITY, "\xC3", "\xED\xA0\x80", JSONObject{{"\xFF", 1}}}) {
     EXPECT_THROW((void)JSONEncoder().encode(JSONValue(JSONArray{value})), EncodingError);
   }
 }
 
 TEST(JSON, KeepsNumbersExactlyAndTheFirstOfTwoEqualKeys) {
   EXPECT_EQ(read(R"({"k":"first","j":0,"k":"second"})"), JSONValue(JSONObject{{"k", "first"}, {"j", 0}}));
-  EXPECT_EQ(read("6032314514195021674"), JSONValue(6032314514195021674));
-  EXPECT_EQ(read("9223372036854775808"), JSONValue(9223372036854775808U));
-  EXPECT_EQ(read("-0.5e1"), JSONValue(-5.0));
+  EXPECT_EQ(read("[6032314514195021674,9223372036854775808,-0.5e1]"),
+            JSONValue(JSONArray{6032314514195021674, 9223372036854775808U, -5.0}));
   ASSERT_NE(read("123456789012345678901234567890").getIf<double>(), nullptr);
 }
 
-TEST(JSON, RefusesMalformedText) {
+TEST(JSON, RefusesMalformedTextAndFragmentsWhereNoneIsAllowed) {
+  for (const char* text : {"3", "\"s\"", "null", "true"}) {
+    EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text)), DecodingError) << text;
+  }
   std::istringstream rows(
       R"(| |[1,]|{"a":0,}|{"a":1} x|[NaN]|[0x42]|[1.e2]|[-.1]|[+1]|[01]|['a']|["\h"]|["\uD834"]|["\uDD1E\uD834"]|[1e400])"
       R"(|[2.01e-1234]|{|["foo|nul|/**/[]|{1:2})"
@@ -89,13 +89,6 @@ TEST(JSON, RefusesMalformedText) {
   using namespace std::string_literals;
   for (const auto& row : {"[1\0]"s, "[\"\0\"]"s, "\0[]"s, "[]\0"s, "\xFE\xFF\0{\0}"s, "{\0}\0"s}) {
     EXPECT_THROW((void)read(row), DecodingError) << row;
-  }
-}
-
-TEST(JSON, FragmentsOnlyWhereAllowed) {
-  for (const char* text : {"3", "\"s\"", "null", "true"}) {
-    EXPECT_THROW((void)JSONSerialization::jsonObject(dataOf(text)), DecodingError);
-    EXPECT_NO_THROW((void)read(text));
   }
 }
 

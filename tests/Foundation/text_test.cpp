@@ -8,9 +8,7 @@
 #include "support/Printed.hpp"
 
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace tavlo::foundation {
 namespace {

@@ -10,11 +10,7 @@
 #include "support/StandIns.hpp"
 #include "support/TemporaryFolder.hpp"
 
-#include <chrono>
-#include <functional>
 #include <set>
-#include <string>
-#include <tuple>
 
 namespace tavlo {
 namespace {

@@ -13,7 +13,6 @@
 #include "support/StandIns.hpp"
 
 #include <cmath>
-#include <string>
 
 namespace tavlo {
 namespace {
