@@ -28,10 +28,6 @@ struct FakeKeyStore final : store::KeyStore {
   enum class Mode { sound, none, throws } mode = Mode::sound;
   std::vector<std::string> aliases;
 
-  struct Key final : security::SecKey {
-    [[nodiscard]] Data data() const override { return {0x04}; }
-  };
-
   std::optional<security::SecKeyPair> createKeypair(std::string_view keyAlias, security::SecKeyType type,
                                                     bool ephemeral) override {
     aliases.emplace_back(keyAlias);
@@ -39,7 +35,7 @@ struct FakeKeyStore final : store::KeyStore {
     EXPECT_FALSE(ephemeral);
     if (mode == Mode::throws) throw std::out_of_range("the store's own");
     if (mode == Mode::none) return std::nullopt;
-    const auto key = std::make_shared<Key>();
+    const auto key = std::make_shared<test::FakeKey>();
     return security::SecKeyPair{key, key};
   }
 };
@@ -85,7 +81,7 @@ TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   ASSERT_EQ(lines.size(), 3U) << "the groups, the COM, the body";
   EXPECT_EQ(lines.front(), "[TavloReader.COM, TavloReader.DataGroup1]");
   EXPECT_EQ(lines.back(), textOf(request.httpBody));
-  EXPECT_EQ(toJSON(lines.back())->at("signing"), (JSONObject{{"mdlPublicKey", "04"}}));
+  EXPECT_EQ(toJSON(lines.back())->at("signing"), (JSONObject{{"mdlPublicKey", "04ab"}}));
 
   TavloCA::verify({}, *passport, {}, outcome.completion());
   EXPECT_EQ(session_->requests.size(), 2U) << "a model without groups is posted too";
@@ -115,6 +111,7 @@ TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
     EXPECT_EQ(outcome.calls, 2) << "a completion that throws is not called again";
   }
   EXPECT_TRUE(session_->requests.empty());
+  EXPECT_EQ(printed_.lines().back(), "Could not encode jsonData");
 }
 
 TEST_F(Verify, PostReportsEachPairOfTheSession) {

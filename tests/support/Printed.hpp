@@ -3,7 +3,6 @@
 #include <Foundation/Print.hpp>
 
 #include <mutex>
-#include <string>
 #include <vector>
 
 namespace tavlo::test {

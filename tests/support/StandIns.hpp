@@ -8,10 +8,7 @@
 #include <UIKit/UIDevice.hpp>
 
 #include <map>
-#include <mutex>
-#include <string>
 #include <utility>
-#include <vector>
 
 /// Services that a test puts in place of the real ones, with foundation::StandIn.
 namespace tavlo::test {
@@ -25,6 +22,10 @@ struct FakeDevice final : uikit::UIDevice {
  private:
   std::string version_;
   std::optional<std::string> machine_;
+};
+
+struct FakeKey final : security::SecKey {
+  [[nodiscard]] foundation::Data data() const override { return {0x04, 0xAB}; }
 };
 
 /// Keeps the requests and answers each on the caller's thread with what it was given.
@@ -56,13 +57,12 @@ struct FakeImageStore final : common::ImageStore {
   }
 };
 
-/// Catches the log messages of its scope as "level: text".
+/// Catches the log messages of its scope and thread as "level: text".
 class Logged {
  public:
   Logged() {
     previous_ = reader::Log::setHandler([this](reader::Log::Level level, std::string_view message) {
       static constexpr std::string_view names[] = {"debug", "info", "warning", "error"};
-      const std::lock_guard lock(mutex_);
       messages_.push_back(std::string(names[static_cast<std::size_t>(level)]) + ": " + std::string(message));
     });
   }
@@ -71,13 +71,9 @@ class Logged {
   Logged& operator=(const Logged&) = delete;
 
   /// What was logged since the last call.
-  [[nodiscard]] std::vector<std::string> take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(messages_, {});
-  }
+  [[nodiscard]] std::vector<std::string> take() { return std::exchange(messages_, {}); }
 
  private:
-  std::mutex mutex_;
   std::vector<std::string> messages_;
   reader::Log::Handler previous_;
 };
