@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <iostream>
 #include <random>
 #include <regex>
 #include <set>
@@ -219,7 +218,6 @@ TEST_F(Docs, survivesBeingKilled) {
   double seconds[] = {1, 1, 1};  // what each took when it was last not killed
   (void)kept({"demo"});
   int killed = 0;
-  int leaving = 0;
   while (killed < kills && !HasFailure()) {
     const Files before = files(".json");
     const std::string target = anyOf(before);
@@ -234,7 +232,7 @@ TEST_F(Docs, survivesBeingKilled) {
     EXPECT_TRUE(status == 0 || status == 124 || isKilled) << "124: it ended by itself just then";
     killed += isKilled ? 1 : 0;
     if (!isKilled) seconds[which] = passed.count();
-    leaving += strayFiles() > 0 ? 1 : 0;
+    (void)strayFiles();  // whatever was left behind, no picture may be broken
 
     Files after = files(".json");
     EXPECT_TRUE(out_.empty() || after.contains(out_.substr(0, 12) + ".json"));
@@ -254,7 +252,6 @@ TEST_F(Docs, survivesBeingKilled) {
     EXPECT_EQ(err_, "");
     EXPECT_EQ(strayFiles(), 0U);
   }
-  std::cout << killed << " commands were killed, " << leaving << " left files for the next one\n";
 }
 
 }  // namespace

@@ -16,10 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using foundation::JSONArray;
-using foundation::JSONObject;
-using foundation::JSONSerialization;
-using foundation::JSONValue;
+using namespace foundation;
 using Arguments = std::vector<std::string>;
 
 const fs::path samples = TAVLO_SAMPLES_DIR;
@@ -82,7 +79,7 @@ std::string sandboxLines(const fs::path& folder) {
   const auto document = reader::readDocument(folder);
   DataGroups groups;
   for (const auto& [id, group] : document.model.dataGroupsRead()) groups.push_back(group);
-  const auto selfie = uikit::UIImage::decode(foundation::contentsOf(samples / "selfie.png"));
+  const auto selfie = uikit::UIImage::decode(contentsOf(samples / "selfie.png"));
   const auto keys = security::generateKeyPair(security::SecKeyType::ellipticCurve);
   const auto request = TavloCA::verificationObject(groups, selfie, *keys.publicKey).value();
   const auto answer =
@@ -105,7 +102,7 @@ TEST(Samples, areWhatIsExpectedOfThem) {
     if (!fs::exists(folder / "expected.json")) continue;
     SCOPED_TRACE(folder.filename());
     ++count;
-    JSONValue expected = JSONSerialization::jsonObject(foundation::contentsOf(folder / "expected.json"));
+    JSONValue expected = JSONSerialization::jsonObject(contentsOf(folder / "expected.json"));
     std::string steps;
     for (const JSONValue& step : *expected.member("steps")->getIf<JSONArray>()) {
       const std::string name = textOf(step, "name");
@@ -118,7 +115,7 @@ TEST(Samples, areWhatIsExpectedOfThem) {
     members["steps"] = linesOf(members["steps"]);
     Program tavlo;
     const int status = tavlo.run({TAVLO_PROGRAM, "inspect", folder, "--csca", samples / "trust", "--json"});
-    EXPECT_EQ(summaryOf(JSONSerialization::jsonObject(foundation::dataOf(tavlo.out()))), expected) << tavlo.out();
+    EXPECT_EQ(summaryOf(JSONSerialization::jsonObject(dataOf(tavlo.out()))), expected) << tavlo.out();
     const bool isSound = members["verdict"] == JSONValue("trusted") && members["malformed"] == JSONValue(JSONArray());
     EXPECT_EQ(status == 0, isSound) << tavlo.err();
   }
@@ -185,7 +182,7 @@ class MakePassport : public ProgramTest {
     std::map<std::string, Data> files;
     for (const auto& entry : fs::directory_iterator(folder_ / folder)) {
       EXPECT_EQ(modeOf(entry), 0600) << entry.path();
-      files[entry.path().filename()] = foundation::contentsOf(entry.path());
+      files[entry.path().filename()] = contentsOf(entry.path());
     }
     return files;
   }
@@ -208,11 +205,11 @@ TEST_F(MakePassport, makesTheSamplesAgain) {
     for (const auto& file : fs::directory_iterator(entry)) {
       const auto name = file.path().filename();
       if (name == "EF_SOD.bin") continue;  // signatures differ each time
-      EXPECT_EQ(foundation::contentsOf(file), foundation::contentsOf(original / name)) << name;
+      EXPECT_EQ(contentsOf(file), contentsOf(original / name)) << name;
     }
     const auto report =
         reader::authenticate(reader::readDocument(entry).model, reader::trustAnchorsIn(folder_ / "trust"));
-    const auto expected = JSONSerialization::jsonObject(foundation::contentsOf(original / "expected.json"));
+    const auto expected = JSONSerialization::jsonObject(contentsOf(original / "expected.json"));
     EXPECT_EQ(report.isTrusted(), textOf(expected, "verdict") == "trusted");
   }
   EXPECT_EQ(count, 29U);
@@ -234,9 +231,9 @@ TEST_F(MakePassport, signsInMoreWaysUnderOneAuthority) {
 }
 
 TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
-  foundation::writePrivately(folder_ / "notes", foundation::dataOf("notes"));
+  writePrivately(folder_ / "notes", dataOf("notes"));
   fs::create_directory(folder_ / "full");
-  foundation::writePrivately(folder_ / "full/csca.pem", foundation::dataOf("notes"));
+  writePrivately(folder_ / "full/csca.pem", dataOf("notes"));
   const std::tuple<Arguments, int, std::string> table[] = {
       {{"--portrait", samples / "selfie.png"}, 3, "no JPEG or JPEG 2000"},
       {{"--portrait", "@notes"}, 3, "no JPEG or JPEG 2000"},
@@ -277,7 +274,7 @@ TEST_F(MakePassport, refusesWhatMakesNoDocumentAndOverwritesNothing) {
   EXPECT_EQ(make("full", {}), 4);
   EXPECT_EQ(make("notes", {}), 4);
   EXPECT_EQ(filesOf("full").size(), 1U);
-  foundation::writePrivately(folder_ / "csca/csca-key.pem", foundation::dataOf("notes"));
+  writePrivately(folder_ / "csca/csca-key.pem", dataOf("notes"));
   EXPECT_EQ(make("out", {}), 3);
 }
 
