@@ -3,10 +3,8 @@
 #include <Foundation/CurlSession.hpp>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <future>
-#include <memory>
 
 #include "support/RawServer.hpp"
 

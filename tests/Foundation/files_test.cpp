@@ -9,7 +9,6 @@
 #include <fstream>
 
 namespace tavlo::foundation {
-namespace {
 
 namespace fs = std::filesystem;
 using test::modeOf;
@@ -51,14 +50,11 @@ TEST(Files, PrivateFoldersAndWhereTheyLie) {
   std::ofstream(folder / "file") << "x";
   EXPECT_THROW(createPrivateFolder(folder / "file/below"), std::system_error);
 
-  const char* const previous = ::getenv("XDG_DATA_HOME");
-  const std::string kept = previous == nullptr ? "" : previous;
   ::setenv("XDG_DATA_HOME", "/data", 1);
   EXPECT_EQ(applicationSupportFolder(), "/data/tavlo");
   ::setenv("XDG_DATA_HOME", "relative", 1);
   ::setenv("HOME", "/home/x", 1);
   EXPECT_EQ(applicationSupportFolder(), "/home/x/.local/share/tavlo");
-  kept.empty() ? ::unsetenv("XDG_DATA_HOME") : ::setenv("XDG_DATA_HOME", kept.c_str(), 1);
 }
 
 TEST(Bundle, FindsNamedFilesAndNothingOutside) {
@@ -87,5 +83,4 @@ TEST(Bundle, AHostPutsItsOwnInAndTakesItBack) {
   EXPECT_EQ(Bundle::installOfLibrary("Lib", nullptr), own);
 }
 
-}  // namespace
 }  // namespace tavlo::foundation

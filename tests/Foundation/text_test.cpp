@@ -1,4 +1,3 @@
-#include <Foundation/FatalError.hpp>
 #include <Foundation/Hex.hpp>
 #include <Foundation/Print.hpp>
 #include <Foundation/UTF8.hpp>
@@ -11,7 +10,6 @@
 #include <thread>
 
 namespace tavlo::foundation {
-namespace {
 
 TEST(Text, UTF8IsCheckedAndMended) {
   const std::pair<std::string, std::string> rows[] = {
@@ -74,9 +72,4 @@ TEST(Text, LinesOfSeveralThreadsDoNotMix) {
   }
 }
 
-TEST(TextDeathTest, FatalErrorReportsAndAborts) {
-  EXPECT_EXIT(fatalError("why", "Source"), testing::KilledBySignal(SIGABRT), "^Fatal error: why: file Source\n$");
-}
-
-}  // namespace
 }  // namespace tavlo::foundation

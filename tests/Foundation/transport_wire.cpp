@@ -4,7 +4,6 @@
 #include "TransportTest.hpp"
 
 namespace tavlo::test {
-namespace {
 
 TEST(TransportWire, SendsHostAndLengthOnlyAndChangesNoByte) {
   RawServer server([](Connection& connection) {
@@ -110,5 +109,4 @@ TEST(TransportWire, FollowsRedirects) {
   }
 }
 
-}  // namespace
 }  // namespace tavlo::test

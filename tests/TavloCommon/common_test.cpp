@@ -9,7 +9,6 @@
 #include "support/TemporaryFolder.hpp"
 
 namespace tavlo::common {
-namespace {
 
 using namespace foundation;
 using namespace std::string_literals;
@@ -77,5 +76,4 @@ TEST(ImageStoreTest, keepsImagesPrivatelyUnderNamesOfTheirOwn) {
   }
 }
 
-}  // namespace
 }  // namespace tavlo::common
