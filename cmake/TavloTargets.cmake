@@ -12,6 +12,7 @@ if(TAVLOCA_SANITIZE)
   target_compile_options(tavlo_build_flags INTERFACE -fsanitize=${TAVLOCA_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
   target_link_options(tavlo_build_flags INTERFACE -fsanitize=${TAVLOCA_SANITIZE})
+  target_compile_definitions(tavlo_build_flags INTERFACE TAVLO_SANITIZED)
   # With sanitizers g++ takes parts of its own std::regex for uninitialised.
   target_compile_options(tavlo_build_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
