@@ -31,8 +31,7 @@ TEST(JSON, WritesCompactTextInTheShortestForm) {
       {"\"\\/\b\f\n\r\t\x1b\x7f\xC3\xA9'", "\"\\\"\\\\/\\b\\f\\n\\r\\t\\u001b\x7f\xC3\xA9'\""},
       {std::string("a\0b", 3), "\"a\\u0000b\""},
       {JSONArray{1, JSONArray{}, JSONObject{}}, "[1,[],{}]"},
-      {JSONObject{{"k", 1}, {"m\n", JSONArray{"x"}}}, "{\"k\":1,\"m\\n\":[\"x\"]}"},
-  };
+      {JSONObject{{"k", 1}, {"m\n", JSONArray{"x"}}}, "{\"k\":1,\"m\\n\":[\"x\"]}"}};
   for (const auto& [value, text] : rows) {
     EXPECT_EQ(written(value), text);
     EXPECT_EQ(written(read(text)), text);

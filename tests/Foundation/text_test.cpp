@@ -22,8 +22,7 @@ TEST(Text, UTF8IsCheckedAndMended) {
       {"\xE2\x82z", "\xEF\xBF\xBDz"},
       {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
       {"\xF4\x90\x80\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
-      {"\xE0\x9F\xBF|\xF0\x8F", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBD\xEF\xBF\xBD"},
-  };
+      {"\xE0\x9F\xBF|\xF0\x8F", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBD\xEF\xBF\xBD"}};
   for (const auto& [text, valid] : rows) {
     EXPECT_EQ(isValidUTF8(text), text == valid) << valid;
     EXPECT_EQ(makeValidUTF8(text), valid);
@@ -51,9 +50,6 @@ TEST(Text, PrintGoesToStandardOutputOrToTheHandler) {
     print("to the handler");
     EXPECT_EQ(printed.lines(), std::vector<std::string>{"to the handler"});
   }
-  setPrintHandler([](std::string_view) {});
-  print("silenced");
-  setPrintHandler({});
   print("back");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "to standard output\nback\n");
 }

@@ -231,8 +231,7 @@ TEST_F(Document, ImagesFallBackToTheNameAsAPathAndTellWhatIsMissing) {
   const std::tuple<std::optional<std::string>, bool, Messages> rows[] = {
       {std::nullopt, false, noName}, {folder / "picture", true, {}},
       {folder / "text", false, {}},  {"image-7", false, noData},
-      {"", false, noData},           {folder.path(), false, noData},
-  };
+      {"", false, noData},           {folder.path(), false, noData}};
   for (const auto& [name, isFound, messages] : rows) {
     document->setPortraitFilename(name);
     document->setSignatureFilename(name);

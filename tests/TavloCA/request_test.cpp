@@ -44,17 +44,15 @@ class Request : public testing::Test {
 };
 
 TEST_F(Request, HoldsWhatWasReadUnderItsName) {
-  const std::pair<Data, const char*> rows[] = {
-      {test::com(Data{0x61, 0x75}), "COM"},
-      {test::dataGroup1(), "DG1"},
-      {test::dataGroup2(*UIImagePNGRepresentation(smallPicture())), "DG2"},
-      {test::opaqueGroup(0x63), nullptr},
-      {test::opaqueGroup(0x76), nullptr},
-      {test::dataGroup7(*UIImagePNGRepresentation(smallPicture())), "DG7"},
-      {test::opaqueGroup(0x6E), "DG14"},
-      {test::opaqueGroup(0x6F), "DG15"},
-      {test::opaqueGroup(0x77), "SOD"},
-  };
+  const std::pair<Data, const char*> rows[] = {{test::com(Data{0x61, 0x75}), "COM"},
+                                               {test::dataGroup1(), "DG1"},
+                                               {test::dataGroup2(*UIImagePNGRepresentation(smallPicture())), "DG2"},
+                                               {test::opaqueGroup(0x63), nullptr},
+                                               {test::opaqueGroup(0x76), nullptr},
+                                               {test::dataGroup7(*UIImagePNGRepresentation(smallPicture())), "DG7"},
+                                               {test::opaqueGroup(0x6E), "DG14"},
+                                               {test::opaqueGroup(0x6F), "DG15"},
+                                               {test::opaqueGroup(0x77), "SOD"}};
   DataGroups groups;
   JSONObject doc;
   for (const auto& [file, key] : rows) {

@@ -75,8 +75,7 @@ TEST(DataGroup, RefusalsSayWhereAndWhat) {
       {tlv(0x67, joined({tlv(0x02, Data{0, 1}), tlv(0x5F43, picture)})), "DG7: a count of 2 bytes"},
       {tlv(0x67, joined({tlv(0x02, Data{1}), tlv(0x5F40, picture)})), "DG7: tag 5F40 where 5F43 is expected"},
       {tlv(0x6B, joined({names, many})), "DG11: too many items"},
-      {tlv(0x6C, joined({names, tlv(0xA0, Data{0x5F})})), "DG12: the file ends where a tag is expected"},
-  };
+      {tlv(0x6C, joined({names, tlv(0xA0, Data{0x5F})})), "DG12: the file ends where a tag is expected"}};
   for (const auto& [file, expected] : cases) EXPECT_EQ(refusal(file), expected);
 }
 

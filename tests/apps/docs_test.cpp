@@ -144,8 +144,7 @@ TEST_F(Docs, refusesUnfitRecordsAndKeepsNothingOfThem) {
       {recordWith(R"("signatureFilename":")" + taken + R"(",)"), "Something else"},
       {recordWith("") + std::string(1 << 20, ' '), "larger than 1 MiB"},
       {recordWith(R"("x":)" + std::string(600, '[') + std::string(600, ']') + ","), "more than 512"},
-      {recordWith("", many), "more than 1000 documents"},
-  };
+      {recordWith("", many), "more than 1000 documents"}};
   for (const std::string name : {"../documents.lock", "/etc/hostname", "", "..", ".a.tmp", "a\\u0000", "a\\n"}) {
     const std::string bad = recordWith(R"("portraitFilename":")" + name + R"(",)");
     rows.emplace_back(bad, "no plain file name");

@@ -12,7 +12,6 @@
 namespace tavlo::sandbox {
 namespace {
 
-using foundation::Data;
 using uikit::UIImage;
 
 std::string unseen(const std::string& number) {
@@ -26,16 +25,14 @@ TEST(SandboxPage, writesStrangersTextsAsText) {
       {std::string("\0\n\u0085abc", 7), unseen("0000") + unseen("000A") + unseen("0085") + "abc", 7},
       {"\u200B\u202E\u202C\U000E0041", unseen("200B") + unseen("202E") + unseen("202C") + unseen("E0041"), 300},
       {"a\xFFz\xE2\x80", "a\uFFFDz\uFFFD", 300},
-      {"\u00EB\u00EB", "\u00EB…", 3},
-  };
+      {"\u00EB\u00EB", "\u00EB…", 3}};
   for (const auto& [text, markup, limit] : texts) EXPECT_EQ(markupOf(text, limit), markup);
 
   const std::string value(160, 'A');
   const std::pair<std::string, std::string> bodies[] = {
       {"{\n\t\"</pre>\x1b\xFF", "{\n\t&quot;&lt;/pre&gt;" + unseen("001B") + "\uFFFD"},
       {"\"" + value + "\"", "&quot;" + value + "&quot;"},
-      {"\"" + value + "-_\",\"b", "&quot;" + value.substr(0, 64) + "<i>… 98 more …</i>&quot;,&quot;b"},
-  };
+      {"\"" + value + "-_\",\"b", "&quot;" + value.substr(0, 64) + "<i>… 98 more …</i>&quot;,&quot;b"}};
   for (const auto& [body, markup] : bodies) EXPECT_EQ(markupOfBody(body), markup);
   std::string body = "a";
   while (body.size() < 1'000'000) body += "\u20AC";
@@ -48,7 +45,7 @@ TEST(SandboxPage, writesStrangersTextsAsText) {
 
 TEST(SandboxPage, showsArrivalsToBrowsersOnThisMachine) {
   Arrival red = test::arrivalOf(2, test::sample("bad-dg1-flipped"));
-  const auto wide = UIImage::fromPixels(Data(12'000'000, 77), 3000, 1000, 12'000, uikit::PixelFormat::rgba);
+  const auto wide = UIImage::fromPixels(foundation::Data(12'000'000, 77), 3000, 1000, 12'000, uikit::PixelFormat::rgba);
   red.request->selfie->png = UIImagePNGRepresentation(wide).value();
   Arrival partial = test::arrivalOf(4, test::sample("dg2-missing"));
   partial.request->selfie.reset();
@@ -95,8 +92,7 @@ TEST(SandboxPage, showsArrivalsToBrowsersOnThisMachine) {
       {"/arrivals/3/portrait.png", {nothing}},
       {"/arrivals/4/selfie.png", {nothing}},
       {"/arrivals/1x", {nothing}},
-      {"/arrivals/18446744073709551617", {nothing}},
-  };
+      {"/arrivals/18446744073709551617", {nothing}}};
   for (const auto& [path, parts] : rows) {
     SCOPED_TRACE(path);
     const HTTPAnswer answer = get(path);

@@ -95,8 +95,7 @@ TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
       {{"post", "--body", "@notes.txt", "--url", "not a url"}, 2, "", "Empty URL. Give a whole address"},
       {{"post", "--body", "@notes.txt", "--url", "ftp://localhost/"}, 14, "", "unsupported URL (-1002)"},
       {{"post", "--body", "@notes.txt", "--url", "http://name.invalid/"}, 10, "", "(-1003) Check the name"},
-      {{"post", "--body", "@notes.txt", "--url", "http://127.0.0.1:1/"}, 10, "", "start that first"},
-  };
+      {{"post", "--body", "@notes.txt", "--url", "http://127.0.0.1:1/"}, 10, "", "start that first"}};
   for (const auto& [arguments, status, out, err] : rows) {
     SCOPED_TRACE(testing::PrintToString(arguments));
     EXPECT_EQ(tavlo(arguments), status);
@@ -117,13 +116,12 @@ TEST_F(Tavlo, showsWhatADocumentHolds) {
     expectPart(out_, part);
   }
   const auto model = reader::readDocument(folder_ / "passport").model;
-  const auto expectPicture = [&](const std::string& name, const uikit::UIImage& original) {
+  for (const auto& [name, picture] :
+       {std::pair{"portrait.png", model.passportImage()}, {"signature.png", model.signatureImage()}}) {
     const auto written = uikit::UIImage::decode(contentsOf(folder_ / name));
-    EXPECT_TRUE(std::ranges::equal(written.pixels(), original.pixels()));
+    EXPECT_TRUE(std::ranges::equal(written.pixels(), picture.value().pixels()));
     EXPECT_EQ(modeOf(folder_ / name), 0600);
-  };
-  expectPicture("portrait.png", model.passportImage().value());
-  expectPicture("signature.png", model.signatureImage().value());
+  }
 
   ASSERT_EQ(tavlo({"inspect", samples + "/td3-jpeg", "--csca", trust}), 0);
   expectPart(out_, "\n  verdict         trusted: ");
@@ -177,8 +175,7 @@ TEST_F(Tavlo, postsTheBytesOfAFile) {
       {answer, tls.get(), {"--trust", "@ca.pem"}, 0, ""},
       {answer, tls.get(), {}, 12, "name it with --trust"},
       {"", nullptr, {}, 13, "(-1005)"},
-      {"no HTTP\r\n\r\n", nullptr, {}, 13, "(-1017)"},
-  };
+      {"no HTTP\r\n\r\n", nullptr, {}, 13, "(-1017)"}};
   for (const auto& [sent, context, options, status, err] : rows) {
     SCOPED_TRACE(err + sent);
     RawServer server(
