@@ -24,8 +24,8 @@ class Browser {
       "args": ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=1280,1000"]}}}})");
     if (const auto* id = session.member("sessionId")) base_ += "/" + *id->getIf<std::string>();
   }
-  ~Browser() { (void)send("", "", "DELETE"); }
 
+  void close() { (void)send("", "", "DELETE"); }
   void open(const std::string& url) { (void)send("/url", R"({"url": ")" + url + "\"}"); }
   /// What the body of a JavaScript function returns, as JSON text.
   std::string run(const std::string& script) {
@@ -125,6 +125,7 @@ TEST(SandboxPageInBrowser, showsArrivalsLiveAndRunsNothingOfThem) {
 
   browser.becomePhone();
   expect("document.documentElement.scrollWidth", "320");
+  browser.close();
 }
 
 }  // namespace

@@ -238,7 +238,7 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   EXPECT_EQ(run(example), 0);
   expectPart(out_, R"({"status":1,)");  // its DG11 is not the one that was signed
 
-  ASSERT_EQ(tavlo({"post", "--body", "@notes.txt", "--url", TAVLO_SERVICE_URL "/verify"}), 0);
+  ASSERT_EQ(tavlo({"post", "--body", "@notes.txt", "--url", std::string(TAVLO_SERVICE_URL) + "/verify"}), 0);
   const std::string refusal = out_;
   expectFits(refusal, "answer", {{R"("errors")", R"("error")"}});
   expectFits(red, "answer", {{R"("status":3)", R"("status":1)"}, {R"("Reason 1")", R"("hash_mismatch")"}});
