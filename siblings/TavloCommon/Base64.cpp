@@ -16,12 +16,6 @@ using foundation::DataView;
 namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-/// The two digits of each 12 bits.
-constexpr auto digitPairs = [] {
-  std::array<std::array<char, 2>, 4096> pairs{};
-  for (std::size_t i = 0; i < pairs.size(); ++i) pairs[i] = {alphabet[i >> 6U], alphabet[i & 63U]};
-  return pairs;
-}();
 
 constexpr std::uint8_t noDigit = 0x80;  // no value of a digit has this bit
 
@@ -38,23 +32,48 @@ unsigned digitValue(char digit) {
   return digitValues[static_cast<unsigned char>(digit)];
 }
 
+/// The character of a digit's value, by sums alone: compilers make vector code of a loop over it.
+char digitOf(std::int8_t value) {
+  const auto from = [value](int first, int step) { return -static_cast<int>(value >= first) & step; };
+  return static_cast<char>('A' + value + from(26, 'a' - 'Z' - 1) + from(52, '0' - 'z' - 1) + from(62, '-' - '9' - 1) +
+                           from(63, '_' - '-' - 1));
+}
+
+constexpr std::size_t blockSize = 96;
+constexpr std::size_t blockOverread = 2;  // bytes are read by eights, of which six are used
+
+/// Writes the digits of `blockSize` bytes; reads, but does not use, `blockOverread` more.
+void writeBlock(const std::uint8_t* bytes, char* to) {
+  std::array<std::uint64_t, blockSize / 6> words{};
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    std::memcpy(&words[i], bytes + 6 * i, sizeof words[i]);
+    if constexpr (std::endian::native == std::endian::little) words[i] = __builtin_bswap64(words[i]);
+  }
+  // The upper 48 bits go apart into halves, quarters and eight digits; the first of each two goes to the lower end.
+  for (auto& word : words) {
+    word = word >> 40U | (word << 16U & 0x00FFFFFF'00000000U);
+    word = (word >> 12U & 0x00000FFF'00000FFFU) | (word << 16U & 0x0FFF0000'0FFF0000U);
+    word = (word >> 6U & 0x003F003F'003F003FU) | (word << 8U & 0x3F003F00'3F003F00U);
+    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+  }
+  const auto* values = reinterpret_cast<const char*>(words.data());
+  for (std::size_t i = 0; i < sizeof words; ++i) to[i] = digitOf(static_cast<std::int8_t>(values[i]));
+}
+
 /// Writes the four digits of each three of `bytes`, a multiple of three.
 void writeDigits(DataView bytes, char* to) {
-  const auto writePair = [&to](std::uint64_t bits) {
-    std::memcpy(to, digitPairs[bits & 0xFFFU].data(), 2);
-    to += 2;
-  };
-  // Six bytes at a time, as the upper part of one number.
-  for (; bytes.size() >= sizeof(std::uint64_t); bytes = bytes.subspan(6)) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes.data(), sizeof word);
-    if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
-    for (const unsigned shift : {52U, 40U, 28U, 16U}) writePair(word >> shift);
+  for (; bytes.size() >= blockSize + blockOverread; bytes = bytes.subspan(blockSize)) {
+    writeBlock(bytes.data(), to);
+    to += blockSize / 3 * 4;
   }
-  for (; !bytes.empty(); bytes = bytes.subspan(3)) {
-    const unsigned group = unsigned{bytes[0]} << 16U | unsigned{bytes[1]} << 8U | bytes[2];
-    writePair(group >> 12U);
-    writePair(group);
+  while (!bytes.empty()) {
+    std::array<std::uint8_t, blockSize + blockOverread> block{};
+    std::array<char, blockSize / 3 * 4> digits;
+    const std::size_t size = std::min(bytes.size(), blockSize);
+    std::memcpy(block.data(), bytes.data(), size);
+    writeBlock(block.data(), digits.data());
+    std::memcpy(to, digits.data(), size / 3 * 4);
+    bytes = bytes.subspan(size);
   }
 }
 
@@ -63,7 +82,8 @@ class TextWriter {
  public:
   /// About `expectedRest` bytes will follow `bytes`: knowing that, the text seldom has to move.
   void append(DataView bytes, std::size_t expectedRest = 0) {
-    const std::size_t size = text_.size() + digits(keptSize_ + bytes.size());
+    // The last group is written in full before the text is cut.
+    const std::size_t size = text_.size() + digits(keptSize_ + bytes.size() + kept_.size() - 1);
     if (text_.capacity() < size) text_.reserve(size + digits(expectedRest + expectedRest / 32));
     while (keptSize_ > 0 && !bytes.empty()) {
       keep(bytes.front());

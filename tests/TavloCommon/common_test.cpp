@@ -21,6 +21,15 @@ TEST(Base64Test, writesAndReadsWhatTheStandardAllows) {
     const Data some(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_EQ(dataFromBase64Url(base64UrlEncodedString(some).value()), some);
   }
+  const std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+  for (std::size_t size = 0; size <= 200; ++size) {
+    std::string text;
+    for (std::size_t bit = 0; bit < 8 * size; bit += 6) {
+      const unsigned next = bit / 8 + 1 < size ? all[bit / 8 + 1] : 0;
+      text += digits[(unsigned{all[bit / 8]} << 8U | next) >> (10 - bit % 8) & 63U];
+    }
+    EXPECT_EQ(base64UrlEncodedString(DataView(all).first(size)), text);
+  }
   EXPECT_FALSE(base64UrlEncodedPNG({}));
   for (const std::size_t side : {1U, 20U, 400U}) {  // the last goes out in several pieces
     const auto image = uikit::UIImage::fromPixels(all, side, side, 3 * side, uikit::PixelFormat::rgb);
