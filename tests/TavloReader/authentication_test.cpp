@@ -78,8 +78,7 @@ TEST(Authentication, JudgesSamplesByWhatTheyState) {
       {"rsa-sha256", rsaEncryption, 0x04, refused},    // with MD5
       {"rsa-sha256", rsaEncryption, 0x0A, refused},    // PSS without parameters
       {"rsa-pss-sha512", sha512, 0x06, refused},       // SHA-512/256
-      {"rsa-pss-sha512", sha512, 0x02, "untrusted !signature=invalid"},
-  };
+      {"rsa-pss-sha512", sha512, 0x02, "untrusted !signature=invalid"}};
   const TrustAnchors anchors = trustAnchorsIn(samples / "trust");
   for (const auto& row : rows) {
     const auto& [folder, part, last, expected] = row;
@@ -217,8 +216,7 @@ TEST(Authentication, FollowsTheChainToASelfSignedAuthority) {
       {sign(signer, {}, CMS_NOCERTS), {csca}, "untrusted !signer=not_found"},
       {sign(signer, {}, 0, listOfHashes(), NID_pkcs7_data), {csca}, "untrusted !signature=invalid"},
       {sign(signer, many), {csca}, "untrusted !sod=malformed"},
-      {sign(signer, {}, 0, Data(std::size_t{64} << 10)), {csca}, "untrusted !sod=malformed"},
-  };
+      {sign(signer, {}, 0, Data(std::size_t{64} << 10)), {csca}, "untrusted !sod=malformed"}};
   for (const auto& row : rows) {
     const auto& [file, trusted, expected] = row;
     TrustAnchors anchors;

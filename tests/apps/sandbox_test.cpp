@@ -113,8 +113,7 @@ TEST(Sandbox, checksDocuments) {
       {"biometry.selfie", selfieOf(100, 300, 200), "000000"},
       {"biometry.selfie", selfieOf(100, 301, 200), "100001"},
       {"biometry.selfie", selfieOf(99, 99, 200), "100001"},
-      {"biometry.selfie", selfieOf(200, 200), "100001"},
-  };
+      {"biometry.selfie", selfieOf(200, 200), "100001"}};
   for (const auto& [path, value, results] : table) {
     EXPECT_EQ(resultsOf(checked(with(good, path, value))), results) << path << results;
   }
@@ -183,8 +182,7 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
       {"device.model", std::string(257, 'x'), "device.model: longer than 256 bytes"},
       {"device.serial", "1", "device: unknown member \"serial\""},
       {"performance.dgreadtime", JSONObject{{"DG1", "1"}}, "performance.dgreadtime.DG1: not a number"},
-      {"performance.dgreadtime", JSONObject{{"DG1", -0.5}}, "performance.dgreadtime.DG1: negative"},
-  };
+      {"performance.dgreadtime", JSONObject{{"DG1", -0.5}}, "performance.dgreadtime.DG1: negative"}};
   const auto errorOf = [](const Data& body) -> std::string {
     try {
       (void)Request::decode(body);
@@ -379,8 +377,7 @@ TEST_F(RunningSandbox, playsScenarios) {
       {"SCEN00307", refused},
       {"SCEN00308", "-1007"},
       {"SCEN00309", "-1022"},
-      {"SCEN00310", "-1010"},
-  };
+      {"SCEN00310", "-1010"}};
   for (const auto& [number, expected] : ofDocuments) {
     SCOPED_TRACE(number);
     const auto begun = std::chrono::steady_clock::now();
@@ -402,8 +399,7 @@ TEST_F(RunningSandbox, playsScenarios) {
       {"drop=20", "", "-1005"},
       {"server-certificate=expired", "", "-1202"},
       {"server-certificate=wrong-name", "", "-1202"},
-      {"server-certificate=self-signed", "", "-1202"},
-  };
+      {"server-certificate=self-signed", "", "-1202"}};
   for (const auto& [scenario, head, outcome] : ofOptions) {
     SCOPED_TRACE(scenario);
     start({.scenario = Scenario::named(scenario)});
@@ -439,8 +435,7 @@ TEST_F(RunningSandbox, setsLimitsToHostileClients) {
       {requestOf(line, "{}", "Content-Type: multipart/form-data; boundary=x\r\n"), " 415 ", "nor as a form"},
       {requestOf("GET /") + requestOf(line, "{}"), "<!doctype html>", "version: missing"},  // on one connection
       {"GET / HTTP/1.1\r\nHost: rebound.example\r\n\r\n", " 404 ", "at this path"},
-      {"GET / HTTP/1.1\r\nHost: [::1]:8443\r\n\r\n", " 200 ", "<!doctype html>"},
-  };
+      {"GET / HTTP/1.1\r\nHost: [::1]:8443\r\n\r\n", " 200 ", "<!doctype html>"}};
   for (const auto& [request, status, text] : rows) {
     SCOPED_TRACE(request.substr(0, 60) + text);
     const std::string answer = connect().send(request).receive();
