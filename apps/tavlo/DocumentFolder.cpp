@@ -17,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "Failure.hpp"
 #include "Output.hpp"
 
 namespace tavlo::app {
@@ -170,6 +169,19 @@ class DocumentFolder::Pictures final : public common::ImageStore {
   std::set<std::string> new_;
   std::exception_ptr problem_;
 };
+
+Failure documentsFailure(const std::system_error& error) {
+  std::string text = error.what();
+  if (const auto* named = dynamic_cast<const fs::filesystem_error*>(&error)) {
+    text = named->path1().string() + ": " + error.code().message();
+  }
+  if (error.code() == std::errc::no_space_on_device) {
+    text += ". Nothing was changed: free some space and try again";
+  } else if (error.code() == std::errc::read_only_file_system || error.code() == std::errc::permission_denied) {
+    text += ". Make the folder accessible, or name another with --folder";
+  }
+  return {ExitCode::documents, text};
+}
 
 std::set<std::string> pictureNames(const CredentialDocument& document) {
   std::vector<const CredentialDocument*> all;

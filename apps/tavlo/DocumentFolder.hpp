@@ -10,6 +10,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <system_error>
+
+#include "Failure.hpp"
 
 namespace tavlo::app {
 
@@ -25,6 +29,9 @@ struct StoredDocument {
 
 /// Tells on standard error what is wrong with a record.
 void tellDamage(const std::string& file, const std::string& reason);
+
+/// What the file system's `error` means for the documents, with what to do about it.
+[[nodiscard]] Failure documentsFailure(const std::system_error& error);
 
 /// The documents that the program keeps in one private folder: each record in a file `id`.json, a credential beside it
 /// in `id`.pem, and all pictures, which several records may name, in the folder "images". While an object lives, that

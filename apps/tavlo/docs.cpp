@@ -323,20 +323,6 @@ void remove(const DocsOptions& options) {
   DocumentFolder(DocumentFolder::path(options.folder), Access::change).remove(options.id);
 }
 
-/// What the file system's `error` means for the documents.
-Failure failureOf(const std::system_error& error) {
-  std::string text = error.what();
-  if (const auto* named = dynamic_cast<const fs::filesystem_error*>(&error)) {
-    text = named->path1().string() + ": " + error.code().message();
-  }
-  if (error.code() == std::errc::no_space_on_device) {
-    text += ". Nothing was changed: free some space and try again";
-  } else if (error.code() == std::errc::read_only_file_system || error.code() == std::errc::permission_denied) {
-    text += ". Make the folder accessible, or name another with --folder";
-  }
-  return {ExitCode::documents, text};
-}
-
 }  // namespace
 
 void addDocs(CLI::App& app) {
@@ -359,7 +345,7 @@ void addDocs(CLI::App& app) {
       try {
         run(*options);
       } catch (const std::system_error& error) {
-        throw failureOf(error);
+        throw documentsFailure(error);
       }
     });
     return command;

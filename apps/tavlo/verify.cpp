@@ -57,7 +57,7 @@ void save(const VerifyOptions& options, const reader::NFCPassportModel& model, c
     }();
     tell("Kept as document " + id);
   } catch (const std::system_error& error) {
-    throw Failure(ExitCode::documents, error.what());
+    throw documentsFailure(error);
   }
 }
 
