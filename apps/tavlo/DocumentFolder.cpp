@@ -1,6 +1,5 @@
 #include "DocumentFolder.hpp"
 
-#include <Foundation/Hex.hpp>
 #include <Foundation/JSONDecoder.hpp>
 #include <TavloCommon/FileImageStore.hpp>
 
@@ -11,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <random>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -44,10 +42,7 @@ bool isId(std::string_view text) {
 }
 
 std::string newId() {
-  Data bytes(idSize / 2);
-  std::random_device random;
-  std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(random()); });
-  return foundation::toHexString(bytes);
+  return foundation::randomName(idSize / 2);
 }
 
 /// Whether `name` is that of a file in the very folder, and none that a killed process may have left there.

@@ -1,11 +1,11 @@
 #include <Foundation/Data.hpp>
+#include <Foundation/Hex.hpp>
 
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -63,17 +63,6 @@ void writeAll(int fd, DataView bytes, const std::string& name) {
   }
 }
 
-std::string randomSuffix() {
-  std::array<unsigned char, 8> bytes{};
-  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    throwSystemError(errno, "cannot get random bytes");
-  }
-  static constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : bytes) text += {digits[byte >> 4U], digits[byte & 15U]};
-  return text;
-}
-
 }  // namespace
 
 Data dataOf(std::string_view text) {
@@ -112,7 +101,7 @@ Data contentsOf(const std::filesystem::path& path, std::size_t limit) {
 
 bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists) {
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-  const std::filesystem::path temporary = folder / ("." + randomSuffix() + ".tmp");
+  const std::filesystem::path temporary = folder / ("." + randomName(8) + ".tmp");
   FileDescriptor fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
   if (fd.get() < 0) throwSystemError(errno, "cannot create a file in " + folder.string());
   TemporaryFile file(temporary);
@@ -134,6 +123,14 @@ bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists 
   }
   flushFolder(folder);
   return true;
+}
+
+std::string randomName(std::size_t size) {
+  Data bytes(size);
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    throwSystemError(errno, "cannot get random bytes");
+  }
+  return toHexString(bytes);
 }
 
 void flushFolder(const std::filesystem::path& folder) {

@@ -30,6 +30,10 @@ inline constexpr std::size_t maximumFileSize = std::size_t{256} << 20;
 /// Throws std::system_error when it cannot be opened or read, is no regular file, or is larger than `limit` bytes.
 [[nodiscard]] Data contentsOf(const std::filesystem::path& path, std::size_t limit = maximumFileSize);
 
+/// A name for a file that is met nowhere else and cannot be guessed: `size` bytes, at most 256, of the system's random
+/// source as lower-case hexadecimal digits. Throws std::system_error.
+[[nodiscard]] std::string randomName(std::size_t size);
+
 /// What `writePrivately` does when the file exists.
 enum class IfExists { replace, fail };
 

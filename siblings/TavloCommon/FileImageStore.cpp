@@ -1,29 +1,14 @@
 #include <Foundation/Data.hpp>
-#include <Foundation/Hex.hpp>
 #include <TavloCommon/FileImageStore.hpp>
 
-#include <algorithm>
-#include <random>
-
 namespace tavlo::common {
-
-namespace {
-
-/// 128 random bits: no two images ever get the same name, and none can be guessed from another.
-std::string newName() {
-  foundation::Data bytes(16);
-  std::random_device random;
-  std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(random()); });
-  return foundation::toHexString(bytes) + ".png";
-}
-
-}  // namespace
 
 std::optional<std::string> FileImageStore::persist(const uikit::UIImage& image) {
   const auto png = uikit::UIImagePNGRepresentation(image);
   if (!png) return std::nullopt;
   foundation::createPrivateFolder(folder_);
-  std::string name = newName();
+  // 128 random bits: no two images ever get the same name, and none can be guessed from another.
+  std::string name = foundation::randomName(16) + ".png";
   if (!foundation::writePrivately(folder_ / name, *png, foundation::IfExists::fail)) return std::nullopt;
   return name;
 }
