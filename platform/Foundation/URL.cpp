@@ -155,9 +155,12 @@ std::optional<URL> URL::parse(std::string_view text, const URL& base) {
     }
     url->authority_ = base.authority_;
   }
-  return parse((base.scheme_ ? *base.scheme_ + ":" : "") + (url->authority_ ? "//" + *url->authority_ : "") +
-               withoutDotSegments(url->path_) + (url->query_ ? "?" + *url->query_ : "") +
-               (url->fragment_ ? "#" + *url->fragment_ : ""));
+  std::string path = withoutDotSegments(url->path_);
+  // What was a path must not become an authority or a scheme now that the dots before it are gone.
+  if (!url->authority_ && path.starts_with("//")) path.insert(0, "/.");
+  if (!base.scheme_ && path.substr(0, path.find('/')).find(':') != path.npos) path.insert(0, "./");
+  return parse((base.scheme_ ? *base.scheme_ + ":" : "") + (url->authority_ ? "//" + *url->authority_ : "") + path +
+               (url->query_ ? "?" + *url->query_ : "") + (url->fragment_ ? "#" + *url->fragment_ : ""));
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
