@@ -76,6 +76,7 @@ class JSONWritingPlace final : public Encoder,
   void encodeUnsigned(std::uint64_t value) override { appendNumber(value); }
   void encodeDouble(double value) override {
     if (!std::isfinite(value)) fail("the number is not finite");
+    if (value == 0 && std::signbit(value)) return appendPlain("-0.0");  // "-0" is read back as a whole number
     appendNumber(value);
   }
   void encodeString(std::string_view value) override {
