@@ -1,6 +1,10 @@
 #include "Memory.hpp"
 
+#ifdef TAVLO_SANITIZED
+#include <sanitizer/allocator_interface.h>
+#else
 #include <malloc.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -17,6 +21,7 @@ void count(std::int64_t change) {
   for (std::int64_t seen = peak; seen < now && !peak.compare_exchange_weak(seen, now);) continue;
 }
 
+#ifndef TAVLO_SANITIZED
 std::int64_t sizeOf(void* block) {
   return static_cast<std::int64_t>(malloc_usable_size(block));
 }
@@ -25,9 +30,11 @@ void* counted(void* block) {
   if (counting.load(std::memory_order_relaxed)) count(sizeOf(block));
   return block;
 }
+#endif
 
 }  // namespace
 
+#ifndef TAVLO_SANITIZED
 // glibc's own functions under the names that it keeps for programs which replace malloc; operator new ends here too.
 extern "C" {
 void* __libc_malloc(std::size_t size);                           // NOLINT(bugprone-reserved-identifier)
@@ -63,10 +70,21 @@ void free(void* block) {
   __libc_free(block);
 }
 }
+#endif
 
 namespace tavlo::bench {
 
 void startCounting() {
+#ifdef TAVLO_SANITIZED  // sanitizers have malloc for themselves
+  [[maybe_unused]] static const int hooks = __sanitizer_install_malloc_and_free_hooks(
+      [](const volatile void* /*block*/, std::size_t size) {
+        if (counting.load(std::memory_order_relaxed)) count(static_cast<std::int64_t>(size));
+      },
+      [](const volatile void* block) {
+        if (!counting.load(std::memory_order_relaxed)) return;
+        count(-static_cast<std::int64_t>(__sanitizer_get_allocated_size(const_cast<const void*>(block))));
+      });
+#endif
   current = peak = 0;
   counting = true;
 }
