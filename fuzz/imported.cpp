@@ -2,7 +2,7 @@
 #include <tavlo/DocumentFolder.hpp>
 
 #include "fuzz.hpp"
-#include "tests/support/TemporaryFolder.hpp"
+#include "support/TemporaryFolder.hpp"
 
 void tavlo::fuzz::run(DataView input) {
   static const test::TemporaryFolder scratch;

@@ -5,7 +5,7 @@
 #include <TavloCA/TavloCA.internal.hpp>
 
 #include "fuzz.hpp"
-#include "tests/support/StandIns.hpp"
+#include "support/StandIns.hpp"
 
 namespace tavlo::fuzz {
 

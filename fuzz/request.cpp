@@ -6,7 +6,7 @@
 #include <sandbox/Checks.hpp>
 
 #include "fuzz.hpp"
-#include "tests/support/StandIns.hpp"
+#include "support/StandIns.hpp"
 
 namespace tavlo::fuzz {
 
