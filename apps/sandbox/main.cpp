@@ -1,3 +1,4 @@
+#include <Foundation/CoreDumps.hpp>
 #include <Foundation/Data.hpp>
 #include <Foundation/Print.hpp>
 #include <TavloReader/PassiveAuthentication.hpp>
@@ -131,6 +132,7 @@ int run(int argc, const char* const* argv, const sigset_t& stopSignals) {
 
 int main(int argc, char** argv) {
   using tavlo::sandbox::ExitCode;
+  tavlo::foundation::forbidCoreDumps();
   const auto fail = [](ExitCode code, const std::exception& error) {
     std::fprintf(stderr, "tavlo-sandbox: %s\n", error.what());
     return static_cast<int>(code);

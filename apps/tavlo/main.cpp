@@ -1,3 +1,4 @@
+#include <Foundation/CoreDumps.hpp>
 #include <Foundation/Print.hpp>
 
 #include <CLI/CLI.hpp>
@@ -98,6 +99,7 @@ int run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
   using namespace tavlo;
+  foundation::forbidCoreDumps();
   try {
     foundation::Bundle::installMain(app::compiledResources());
     foundation::setPrintHandler([](std::string_view) {});  // The library's lines hold personal data.
