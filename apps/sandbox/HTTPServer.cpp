@@ -421,7 +421,8 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
   /// Nothing more is expected of the client: it is only noticed when it goes.
   void awaitLeave() {
     stream_.async_read_some(asio::buffer(scrap_), [self = shared_from_this()](error_code error, std::size_t) {
-      error ? self->close() : self->awaitLeave();
+      if (error) return self->close();
+      self->awaitLeave();
     });
   }
   void beat() {

@@ -40,7 +40,8 @@ bool isUnseen(char32_t character) {
 std::string escaped(std::string_view text, std::string_view layout) {
   const std::string valid = foundation::makeValidUTF8(text);
   std::string html;
-  for (std::string_view rest = valid; !rest.empty();) {
+  std::string_view rest = valid;
+  while (!rest.empty()) {
     const std::string_view before = rest;
     const char32_t character = takeCharacter(rest);
     const std::string_view bytes = before.substr(0, before.size() - rest.size());

@@ -74,12 +74,12 @@ std::string padded(std::string text, std::size_t size, const std::string& what) 
 }
 
 std::string nameField(const PrintedData& data, std::size_t size) {
-  std::string last = transliterated(data.lastName);
+  const std::string last = transliterated(data.lastName);
   const std::string first = transliterated(data.firstName);
   require(!last.empty(), "the last name has no letters");
   // A first letter of the other names is kept, however long the last one is.
-  if (!first.empty()) last = last.substr(0, size - 3) + "<<" + first;
-  return padded(last.substr(0, size), size, "the name");
+  const std::string names = first.empty() ? last : last.substr(0, size - 3) + "<<" + first;
+  return padded(names.substr(0, size), size, "the name");
 }
 
 /// `field` and its check digit.

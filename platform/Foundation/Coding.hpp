@@ -252,8 +252,8 @@ inline constexpr bool isOptional<std::optional<T>> = true;
 template <class Record, class... Members>
 void encodeMembers(const Record& record, const std::tuple<Members...>& table, Encoder& encoder) {
   KeyedEncodingContainer& container = encoder.container();
-  const auto encodeOne = [&]<class M>(const M& member) {
-    if constexpr (isOptional<typename M::Value>) {
+  const auto encodeOne = [&](const auto& member) {
+    if constexpr (isOptional<typename std::remove_cvref_t<decltype(member)>::Value>) {
       container.encodeIfPresent(member.key, std::invoke(member.read, record));
     } else {
       container.encode(member.key, std::invoke(member.read, record));
@@ -266,8 +266,8 @@ void encodeMembers(const Record& record, const std::tuple<Members...>& table, En
 template <class Record, class... Members>
 void decodeMembers(Record& record, const std::tuple<Members...>& table, Decoder& decoder) {
   KeyedDecodingContainer& container = decoder.container();
-  const auto decodeOne = [&]<class M>(const M& member) {
-    using Value = typename M::Value;
+  const auto decodeOne = [&](const auto& member) {
+    using Value = typename std::remove_cvref_t<decltype(member)>::Value;
     if constexpr (isOptional<Value>) {
       std::invoke(member.write, record, container.decodeIfPresent<typename Value::value_type>(member.key));
     } else {

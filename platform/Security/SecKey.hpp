@@ -47,7 +47,7 @@ struct SecKeyPair {
 /// Secret bytes, overwritten when they go out of scope; moved, never copied.
 class SecretData {
  public:
-  explicit SecretData(foundation::Data bytes) noexcept : bytes_(std::move(bytes)) {}
+  explicit SecretData(foundation::Data&& bytes) noexcept : bytes_(std::move(bytes)) {}
   SecretData(SecretData&&) noexcept = default;
   SecretData& operator=(SecretData&&) = delete;
   ~SecretData();

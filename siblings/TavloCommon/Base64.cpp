@@ -22,9 +22,8 @@ constexpr std::uint8_t noDigit = 0x80;  // no value of a digit has this bit
 constexpr auto digitValues = [] {
   std::array<std::uint8_t, 256> values{};
   values.fill(noDigit);
-  for (std::size_t i = 0; i < alphabet.size(); ++i) {
-    values[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
-  }
+  std::uint8_t value = 0;
+  for (const char digit : alphabet) values[static_cast<unsigned char>(digit)] = value++;
   return values;
 }();
 
