@@ -98,7 +98,7 @@ Files make(const Document& document, const Authority& authority) {
 }
 
 void write(const Files& files, const fs::path& folder) {
-  fs::create_directories(folder);
+  if (!fs::is_directory(folder)) foundation::createPrivateFolder(folder);
   if (!fs::is_empty(folder)) {
     throw std::system_error(std::make_error_code(std::errc::directory_not_empty), folder.string());
   }
