@@ -1,6 +1,12 @@
 # One way to declare a library, a program and a test, so that each folder's CMakeLists.txt is a plain list.
 
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+
 find_package(Threads REQUIRED)
+check_pie_supported()
+check_cxx_compiler_flag(-fcf-protection TAVLOCA_HAS_CF_PROTECTION)
+check_cxx_compiler_flag(-fstack-clash-protection TAVLOCA_HAS_STACK_CLASH_PROTECTION)
 
 add_library(tavlo_build_flags INTERFACE)
 target_compile_features(tavlo_build_flags INTERFACE cxx_std_20)
@@ -15,6 +21,14 @@ if(TAVLOCA_SANITIZE)
   target_compile_definitions(tavlo_build_flags INTERFACE TAVLO_SANITIZED)
   # With sanitizers g++ takes parts of its own std::regex for uninitialised.
   target_compile_options(tavlo_build_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+else()
+  # What makes a fault in memory end the program instead of being of use to somebody. ./run-checks release looks for it.
+  target_compile_options(tavlo_build_flags INTERFACE -fstack-protector-strong
+    $<$<BOOL:${TAVLOCA_HAS_STACK_CLASH_PROTECTION}>:-fstack-clash-protection>
+    $<$<BOOL:${TAVLOCA_HAS_CF_PROTECTION}>:-fcf-protection>
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
+  target_compile_definitions(tavlo_build_flags INTERFACE _GLIBCXX_ASSERTIONS)
+  target_link_options(tavlo_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 
 # tavlo_library(NAME BASE folder-above SOURCES ... PUBLIC_HEADERS ... PRIVATE_HEADERS ... LINK ... LINK_PRIVATE ...)
@@ -35,6 +49,8 @@ endfunction()
 function(tavlo_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LINK} tavlo_build_flags)
 endfunction()
