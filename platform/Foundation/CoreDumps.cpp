@@ -8,9 +8,7 @@ namespace tavlo::foundation {
 void forbidCoreDumps() noexcept {
   const rlimit none{};
   setrlimit(RLIMIT_CORE, &none);
-#ifndef TAVLO_SANITIZED
-  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // the limit alone does not hold for a program that core_pattern names
-#endif
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // a limit alone does not hold for a program that core_pattern names
 }
 
 }  // namespace tavlo::foundation

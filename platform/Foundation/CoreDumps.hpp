@@ -3,9 +3,8 @@
 namespace tavlo::foundation {
 
 /// Sees to it that this process leaves no copy of its memory, and of the personal data in it, when it crashes: neither
-/// in a core file nor with a program that collects crashes. On Linux no process of the same user can then look into it,
-/// either; a debugger must start it. For the first lines of main. With sanitizers, whose leak check has to look into
-/// the process, only core files are off.
+/// in a core file nor with a program that collects crashes. No other process of the same user can then look into it,
+/// either, unless it starts it, as a debugger does. For the first line of main.
 void forbidCoreDumps() noexcept;
 
 }  // namespace tavlo::foundation
