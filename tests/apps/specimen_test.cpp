@@ -145,7 +145,7 @@ TEST(Zone, isThatOfTheStandardsExamples) {
   data.firstName = "Peter John";
   data.dateOfBirth = "19340712";
   data.gender = 'M';
-  data.dateOfExpiry = 1995y / 7 / 12;
+  data.dateOfExpiry = std::chrono::year(1995) / 7 / 12;
   EXPECT_EQ(specimen::zone(data), "I<UTOSTEVENSON<<PETER<JOHN<<<<<<<<<<D23145890<UTO3407127M95071227349<<<8");
   data.format = MRZ::Format::TD1;
   EXPECT_EQ(specimen::zone(data),
