@@ -2,9 +2,7 @@
 #include <Foundation/JSONValue.hpp>
 #include <Security/SecCertificate.hpp>
 #include <TavloReader/DocumentSource.hpp>
-#include <UIKit/UIImage.hpp>
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 
 #include <numeric>
@@ -22,7 +20,6 @@ using Arguments = std::vector<std::string>;
 
 const std::string samples = TAVLO_SAMPLES_DIR;
 const std::string selfie = samples + "/selfie.png";
-const std::string trust = samples + "/trust";
 
 /// The command line program in a folder of its own. In it "passport" is a specimen with DG3 and an odd text beside.
 class Tavlo : public ProgramTest {
@@ -39,20 +36,9 @@ class Tavlo : public ProgramTest {
     write("notes.txt", dataOf("notes"));
   }
 
-  void write(const std::string& name, DataView bytes) {
-    std::filesystem::create_directories((folder_ / name).parent_path());
-    writePrivately(folder_ / name, bytes);
-  }
-
   int tavlo(Arguments arguments) {
     arguments.insert(arguments.begin(), TAVLO_PROGRAM);
     return run(arguments);
-  }
-
-  /// Text that is expected where there is any, and no text where there is none.
-  static void expectPart(const std::string& text, const std::string& part) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << " is not in:\n" << text;
-    EXPECT_EQ(text.empty(), part.empty()) << text;
   }
 
   /// Whether `text` is as the JSON Schema `name` in docs/ says.
@@ -72,39 +58,13 @@ class Tavlo : public ProgramTest {
 };
 
 TEST_F(Tavlo, tellsOutcomesApartAndNothingPersonal) {
-  const std::tuple<Arguments, int, std::string, std::string> rows[] = {
-      {{"--version"}, 0, "tavlo ", ""},
-      {{"verify", "--help"}, 0, "--show-lines", ""},
-      {{"post", "--help"}, 0, "  12  no secure connection", ""},
-      {{}, 2, "", "subcommand is required"},
-      {{"inspect", "@passport", "--jsn"}, 2, "", "--jsn"},
-      {{"inspect", "@passport", "@notes.txt"}, 2, "", "give one folder"},
-      {{"inspect", "@nowhere"}, 3, "", "tavlo: cannot open"},
-      {{"inspect", "@notes.txt"}, 3, "Left aside\n", "None of the files is a data group"},
-      {{"inspect", "@cut"}, 3, "Malformed\n", "Malformed files: 1"},
-      {{"inspect", "@bare", "--portrait", "@p.png"}, 3, "DG14", "no portrait"},
-      {{"inspect", "@bare", "--csca", "@passport"}, 3, "", "is no certificate in PEM or DER"},
-      {{"inspect", "@bare", "--csca", trust}, 7, "DG14            not checked, no_sod", "not trusted: sod not_sent"},
-      {{"request", "--passport", "@cut", "--selfie", selfie}, 3, "", "DG1.bin is malformed: DG1"},
-      {{"request", "--passport", "@some", "--selfie", selfie}, 0, "\"doc\":{\"DG1\":", "DG7.bin is malformed: DG7"},
-      {{"request", "--passport", "@passport", "--selfie", "@notes.txt"}, 3, "", "notes.txt: "},
-      {{"request", "--passport", "@passport", "--selfie", selfie, "--out", "@no/folder"}, 4, "", "cannot create"},
-      {{"request", "--passport", "@bare", "--selfie", selfie}, 5, "", "none without DG1"},
-      {{"verify", "--passport", "@cut", "--selfie", selfie, "--trust", "@notes.txt"}, 3, "", "no certificate in PEM"},
-      {{"post", "--body", "@nowhere", "--url", "http://localhost/"}, 3, "", "nowhere: No such file"},
-      {{"post", "--body", "@notes.txt", "--url", "not a url"}, 2, "", "Empty URL. Give a whole address"},
-      {{"post", "--body", "@notes.txt", "--url", "ftp://localhost/"}, 14, "", "unsupported URL (-1002)"},
-      {{"post", "--body", "@notes.txt", "--url", "http://name.invalid/"}, 10, "", "(-1003) Check the name"},
-      {{"post", "--body", "@notes.txt", "--url", "http://127.0.0.1:1/"}, 10, "", "start that first"}};
-  for (const auto& [arguments, status, out, err] : rows) {
-    SCOPED_TRACE(testing::PrintToString(arguments));
-    EXPECT_EQ(tavlo(arguments), status);
-    expectPart(out_, out);
-    expectPart(err_, err);
+  expectOutcomes("outcomes.txt", [this](const Arguments& arguments) {
+    const int status = tavlo(arguments);
     for (const auto* personal : {"SPECIMEN", "TV0000042", "545630303030303432"}) {
       EXPECT_EQ((out_ + err_).find(personal), std::string::npos) << personal;
     }
-  }
+    return status;
+  });
 }
 
 TEST_F(Tavlo, showsWhatADocumentHolds) {
@@ -123,9 +83,9 @@ TEST_F(Tavlo, showsWhatADocumentHolds) {
     EXPECT_EQ(modeOf(folder_ / name), 0600);
   }
 
-  ASSERT_EQ(tavlo({"inspect", samples + "/td3-jpeg", "--csca", trust}), 0);
+  ASSERT_EQ(tavlo({"inspect", "%td3-jpeg", "--csca", "%trust"}), 0);
   expectPart(out_, "\n  verdict         trusted: ");
-  ASSERT_EQ(tavlo({"inspect", "@passport", "--json", "--csca", trust}), 7);
+  ASSERT_EQ(tavlo({"inspect", "@passport", "--json", "--csca", "%trust"}), 7);
   for (const auto* part : {R"({"bytes":93,"file":"DG1.bin","group":"DG1","oddities":[]})", R"("lastName":"SPECIMEN")",
                            R"("composite":true)", R"("format":"JPEG","group":"DG2","height":531,"width":413})",
                            R"("required":true,"result":"failed","text":"DG3 is not among)", R"("trusted":false)",
@@ -139,12 +99,12 @@ TEST_F(Tavlo, writesTheRequestWithoutSendingIt) {
   ASSERT_EQ(tavlo(request), 0);
   EXPECT_EQ(err_, "TavloReader error: DataGroup not supported\n") << "once, for DG3";
   const std::string body = out_;
-  foundation::JSONObject expected;
-  for (const auto* name : {"EF_COM", "DG1", "DG2", "DG7", "DG11", "DG12", "DG14", "DG15", "EF_SOD"}) {
+  const auto json = JSONSerialization::jsonObject(dataOf(body));
+  EXPECT_EQ(json.member("doc")->getIf<JSONObject>()->size(), 9U);
+  for (const auto* name : {"DG1", "DG11"}) {
     const auto file = contentsOf(folder_ / ("passport/" + std::string(name) + ".bin"));
-    expected[std::string_view(name).starts_with("EF_") ? name + 3 : name] = toHexString(file);
+    EXPECT_EQ(*json.member("doc")->member(name), JSONValue(toHexString(file)));
   }
-  EXPECT_EQ(*JSONSerialization::jsonObject(dataOf(body)).member("doc"), JSONValue(expected));
 
   ASSERT_EQ(tavlo({"request", "--passport", "@passport", "--selfie", selfie, "--out", "@body.json"}), 0);
   EXPECT_EQ(out_, "");

@@ -1,16 +1,14 @@
 #pragma once
 
+#include <Foundation/Data.hpp>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <string>
+#include <functional>
+#include <iomanip>
+#include <regex>
 #include <thread>
-#include <vector>
 
 #include "support/TemporaryFolder.hpp"
 
@@ -61,13 +59,20 @@ class Program {
   pid_t process_ = 0;
 };
 
+/// A part that is expected in a text, and no text at all where none is.
+inline void expectPart(const std::string& text, const std::string& part) {
+  EXPECT_NE(text.find(part), text.npos) << part << " is not in:\n" << text;
+  EXPECT_EQ(text.empty(), part.empty()) << text;
+}
+
 /// Runs programs one by one, with files and personal data in a folder of their own.
 class ProgramTest : public testing::Test {
  protected:
-  /// Runs `command` to its end; each "@name" becomes the path of that file.
+  /// Runs `command` to its end; each "@name" becomes the path of that file, and each "%name" that of a sample.
   int run(std::vector<std::string> command) {
     for (std::string& word : command) {
       if (word.starts_with('@')) word = folder_ / word.substr(1);
+      if (word.starts_with('%')) word.replace(0, 1, TAVLO_SAMPLES_DIR "/");
     }
     command.insert(command.begin(), environment_.begin(), environment_.end());
     Program program;
@@ -75,6 +80,28 @@ class ProgramTest : public testing::Test {
     out_ = program.out();
     err_ = program.err();
     return status;
+  }
+
+  /// Gives `program` the words of each row of the file `table`, which lies beside the tests of the programs, and checks
+  /// what comes of it: words | exit status | part of standard output | part of standard error.
+  void expectOutcomes(const std::string& table, const std::function<int(std::vector<std::string>)>& program) {
+    std::ifstream rows(TAVLO_SAMPLES_DIR "/../tests/apps/" + table);
+    std::string line;
+    ASSERT_TRUE(std::getline(rows, line)) << "no title in " << table;
+    for (std::smatch row; std::getline(rows, line);) {
+      ASSERT_TRUE(std::regex_match(line, row, std::regex(R"((.*?) *\| (\d+) \| *(.*?) *\| *(.*))"))) << line;
+      std::istringstream words(row[1]);
+      std::vector<std::string> arguments;
+      for (std::string word; words >> std::quoted(word);) arguments.push_back(word);
+      SCOPED_TRACE(line);
+      EXPECT_EQ(program(arguments), std::stoi(row[2]));
+      expectPart(out_, row[3]);
+      expectPart(err_, row[4]);
+    }
+  }
+  void write(const std::string& name, foundation::DataView bytes) const {
+    std::filesystem::create_directories((folder_ / name).parent_path());
+    foundation::writePrivately(folder_ / name, bytes);
   }
 
   TemporaryFolder folder_;
