@@ -33,8 +33,8 @@ class KeyStoreTest : public testing::Test {
 };
 
 TEST_F(KeyStoreTest, keepsAPairUnderAnyAliasPrivatelyForAllThatShareTheFolder) {
-  std::set<std::string> aliases = {"a"s,   "A"s,        "."s,  ".."s,   "../a"s, "/tmp/a"s,
-                                   "a b"s, "\xff\xfe"s, "\0"s, "a\0b"s, "-a"s,   std::string(100'000, 'a')};
+  const std::vector aliases = {"a"s,   "A"s,        "."s,  ".."s,   "../a"s, "/tmp/a"s,
+                               "a b"s, "\xff\xfe"s, "\0"s, "a\0b"s, "-a"s,   std::string(100'000, 'a')};
   std::set<Data> keys;
   for (const std::string& alias : aliases) keys.insert(publicKey(alias));
   keys.insert({publicKey("rsa", SecKeyType::rsa), publicKey("rsa", SecKeyType::rsa)});

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <libdeflate.h>
 
-#include <algorithm>
 #include <bit>
 #include <random>
 
@@ -56,12 +55,6 @@ TEST(ImageTest, keepsEachPixelInItsPlace) {
   for (const char* name : {"noise-interlaced.png", "noise.j2k", "noise.jp2"}) {
     EXPECT_TRUE(std::ranges::equal(UIImage::decode(picture(name)).pixels(), noise.pixels())) << name;
   }
-  const UIImage colour = UIImage::fromPixels(noise.pixels(), 25, 11, 76, PixelFormat::rgb);  // the same bytes
-  for (const UIImage& image : {noise, colour, UIImage::decode(picture("grey.jpg"))}) {
-    const UIImage again = UIImage::decode(UIImagePNGRepresentation(image).value());
-    EXPECT_EQ(again.width(), image.width());
-    EXPECT_EQ(textOf(again.pixels()), textOf(image.pixels()));
-  }
 }
 
 /// Expects of a written PNG what libpng lets pass: its chunks and their sums, and a zlib stream of just its rows.
@@ -70,11 +63,11 @@ void expectSoundChunks(DataView png, std::size_t width, std::size_t height) {
   std::string types;
   for (std::size_t at = 8; at < png.size();) {
     const auto numberAt = [&](std::size_t i) {
-      return png[i] << 24U | png[i + 1] << 16U | png[i + 2] << 8U | png[i + 3];
+      return unsigned{png[i]} << 24U | unsigned{png[i + 1]} << 16U | unsigned{png[i + 2]} << 8U | png[i + 3];
     };
-    const auto size = static_cast<std::size_t>(numberAt(at));
+    const std::size_t size = numberAt(at);
     const DataView chunk = png.subspan(at + 4, size + 4);
-    EXPECT_EQ(libdeflate_crc32(0, chunk.data(), chunk.size()), static_cast<std::uint32_t>(numberAt(at + 8 + size)));
+    EXPECT_EQ(libdeflate_crc32(0, chunk.data(), chunk.size()), numberAt(at + 8 + size));
     const std::string_view type = textOf(chunk.first(4));
     if (!types.ends_with(type)) types += type;
     if (type == "IDAT") stream.insert(stream.end(), chunk.begin() + 4, chunk.end());
@@ -98,10 +91,7 @@ TEST(ImageTest, writesEveryKindOfPictureWithoutLoss) {
        [grey = 0U, &random](auto, auto, unsigned channel) mutable { return grey = channel == 0 ? random() : grey; }},
       {"grey ramp", [](unsigned x, unsigned y, auto) { return x + y; }},
       {"colours", [](unsigned x, unsigned y, unsigned channel) { return x * y / 9 % 31 * (channel + 1); }},
-      {"gradient",
-       [](unsigned x, unsigned y, unsigned i) {
-         return std::array{x / 3, y / 2, x - y, x - y}[i];
-       }},
+      {"gradient", [](unsigned x, unsigned y, unsigned i) { return i < 2 ? x / (3 - i) + y * i : x - y; }},
       {"soft noise", [&](unsigned x, unsigned y, unsigned) { return x / 9 + y / 7 + random() % 9; }},
       {"rare differences", [&](auto...) { return rare() % 2 == 0 ? rare() : 0U - rare(); }},
       {"noise between runs", [&](unsigned, unsigned y, auto...) { return y % 8 == 0 ? random() : 0U; }}};

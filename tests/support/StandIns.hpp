@@ -15,14 +15,11 @@
 namespace tavlo::test {
 
 struct FakeDevice final : uikit::UIDevice {
-  explicit FakeDevice(std::string version, std::optional<std::string> machine = std::nullopt)
-      : version_(std::move(version)), machine_(std::move(machine)) {}
-  [[nodiscard]] std::string systemVersion() const override { return version_; }
-  [[nodiscard]] std::optional<std::string> model() const override { return machine_; }
-
- private:
-  std::string version_;
-  std::optional<std::string> machine_;
+  explicit FakeDevice(std::string its, std::optional<std::string> name = {}) : version(std::move(its)), machine(name) {}
+  [[nodiscard]] std::string systemVersion() const override { return version; }
+  [[nodiscard]] std::optional<std::string> model() const override { return machine; }
+  const std::string version;
+  const std::optional<std::string> machine;
 };
 
 struct FakeKey final : security::SecKey {
