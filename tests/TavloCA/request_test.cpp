@@ -3,8 +3,6 @@
 #include <Foundation/Hex.hpp>
 #include <Foundation/JSONDecoder.hpp>
 #include <Foundation/JSONEncoder.hpp>
-#include <Foundation/JSONValue.hpp>
-#include <TavloReader/DataGroups.hpp>
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,6 +1,5 @@
 #include <TavloCA/TavloCA.hpp>
 
-#include <Foundation/JSONValue.hpp>
 #include <Foundation/URLError.hpp>
 #include <gtest/gtest.h>
 

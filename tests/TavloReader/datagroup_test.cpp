@@ -42,14 +42,9 @@ TEST(DataGroup, EachFileIsKeptByteForByteWithoutPaddingOrRefused) {
       EXPECT_NE(refusal(joined({file, trailing}), id), "");
     }
     for (std::size_t size = 0; size < file.size(); ++size) {
-      Data altered(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size));
-      EXPECT_NE(refusal(altered), "") << name(id) << " " << size;
-      EXPECT_TRUE(refusal(altered, id).starts_with(name(id))) << size;
-      altered = file;
-      for (const std::uint8_t value : Data{0x00, 0x01, 0x5F, 0x7F, 0x80, 0x84, 0xFF}) {
-        altered[size] = value;
-        refusal(altered);  // reads nothing beyond the end, and throws nothing else
-      }
+      const Data cut(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size));
+      EXPECT_NE(refusal(cut), "") << name(id) << " " << size;
+      EXPECT_TRUE(refusal(cut, id).starts_with(name(id))) << size;
     }
   }
   EXPECT_EQ(recognised, "COM DG1 DG2 DG7 DG5 DG8 DG9 DG10 DG16 DG3 DG4 DG11 DG12 DG14 DG6 DG13 DG15 SOD ");

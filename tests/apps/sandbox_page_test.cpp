@@ -1,5 +1,3 @@
-#include <UIKit/UIImage.hpp>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
