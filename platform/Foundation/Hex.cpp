@@ -1,4 +1,5 @@
 #include <Foundation/Hex.hpp>
+#include <Foundation/VectorClones.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -16,21 +17,25 @@ constexpr unsigned valueOf(char digit) {
   return 16;
 }
 
+TAVLO_VECTOR_CLONES
+void writeDigits(const std::uint8_t* bytes, std::size_t size, char* to) {
+  const auto digit = [](unsigned value) { return static_cast<char>(value + (value < 10 ? '0' : 'a' - 10)); };
+  for (std::size_t i = 0; i < size; ++i) {
+    to[2 * i] = digit(bytes[i] >> 4U);
+    to[2 * i + 1] = digit(bytes[i] & 15U);
+  }
+}
+
 }  // namespace
 
 std::string toHexString(DataView bytes) {
-  const auto digit = [](unsigned value) { return static_cast<char>(value + (value < 10 ? '0' : 'a' - 10)); };
   std::string text;
   text.reserve(bytes.size() * 2);
   // In pieces that stay in the cache between being cleared and being written.
   for (std::size_t at = 0; at < bytes.size();) {
-    const DataView piece = bytes.subspan(at, std::min<std::size_t>(bytes.size() - at, 16 << 10));
+    const DataView piece = bytes.subspan(at, std::min<std::size_t>(bytes.size() - at, 2 << 10));
     text.resize(2 * (at + piece.size()));
-    char* const to = text.data() + 2 * at;
-    for (std::size_t i = 0; i < piece.size(); ++i) {
-      to[2 * i] = digit(piece[i] >> 4U);
-      to[2 * i + 1] = digit(piece[i] & 15U);
-    }
+    writeDigits(piece.data(), piece.size(), text.data() + 2 * at);
     at += piece.size();
   }
   return text;

@@ -10,6 +10,8 @@
 #include <openssl/params.h>
 #include <openssl/x509.h>
 
+#include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -50,6 +52,15 @@ class OpenSSLKey final : public SecKey {
 
   [[nodiscard]] Data data() const override {
     if (half_ == Half::privateKey) throw SecurityError("a private key is not given out");
+    if (EVP_PKEY_get_base_id(key_.get()) == EVP_PKEY_EC) {  // without the search for an encoder that i2d begins with
+      std::array<std::uint8_t, uncompressedPointSize> point{};
+      std::size_t size = 0;
+      if (EVP_PKEY_get_octet_string_param(key_.get(), OSSL_PKEY_PARAM_ENCODED_PUBLIC_KEY, point.data(), point.size(),
+                                          &size) != 1) {
+        fail("the key cannot be encoded");
+      }
+      return {point.begin(), point.begin() + size};
+    }
     return encoded([&](unsigned char** end) { return i2d_PublicKey(key_.get(), end); });
   }
   [[nodiscard]] EVP_PKEY* get() const { return key_.get(); }

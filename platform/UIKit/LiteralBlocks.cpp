@@ -1,3 +1,4 @@
+#include <Foundation/VectorClones.hpp>
 #include <UIKit/LiteralBlocks.hpp>
 
 #include <algorithm>
@@ -106,7 +107,7 @@ std::uint64_t wordAt(const Byte* bytes) {
 /// Hands `bytes` to `literals(at, count)` in eights and at the end less, but long runs of zeros to `match(length)`,
 /// which repeats the byte before.
 template <class Literals, class OnMatch>
-void walk(DataView bytes, Literals literals, OnMatch match) {
+[[gnu::always_inline]] inline void walk(DataView bytes, Literals literals, OnMatch match) {
   const Byte* at = bytes.data();
   const Byte* const end = at + bytes.size();
   while (end - at >= 8) {
@@ -201,6 +202,7 @@ std::size_t codedSize(DataView bytes) {
   return census.codedSize();
 }
 
+TAVLO_VECTOR_CLONES
 void writeBlock(BitWriter& writer, DataView bytes, bool isLast) {
   constexpr std::size_t stride = 4096;
   const std::size_t sampled = bytes.size() < blockSize / 2 ? stride : stride / 4;
@@ -212,18 +214,25 @@ void writeBlock(BitWriter& writer, DataView bytes, bool isLast) {
   writeBlockHeader(writer, codes, census.hasMatches(), isLast);
 
   BitWriter out = writer;  // one that stays in registers
-  const auto four = [&out, &codes](const Byte* at) {
-    const auto bits = [&](std::size_t i) { return std::uint64_t{codes.bits[at[i]]}; };
-    const auto length = [&](std::size_t i) { return unsigned{codes.lengths[at[i]]}; };
-    const unsigned half = length(0) + length(1);
-    const std::uint64_t first = bits(0) | bits(1) << length(0);
-    const std::uint64_t second = bits(2) | bits(3) << length(2);
-    out.put(first | second << half, half + length(2) + length(3));
+  struct Bits {
+    std::uint64_t value;
+    unsigned size;
   };
-  const auto literals = [&out, &codes, four](const Byte* at, int size) {
+  const auto two = [&codes](const Byte* at) {
+    const unsigned size = codes.lengths[at[0]];
+    return Bits{codes.bits[at[0]] | std::uint64_t{codes.bits[at[1]]} << size, size + codes.lengths[at[1]]};
+  };
+  const auto join = [](Bits a, Bits b) { return Bits{a.value | b.value << a.size, a.size + b.size}; };
+  const auto literals = [&](const Byte* at, int size) {
     if (size == 8) {
-      four(at);
-      four(at + 4);
+      const Bits first = join(two(at), two(at + 2)), second = join(two(at + 4), two(at + 6));
+      const Bits all = join(first, second);  // of short codes as a rule
+      if (all.size <= mostBits) {
+        out.put(all.value, all.size);
+      } else {
+        out.put(first.value, first.size);
+        out.put(second.value, second.size);
+      }
     } else {
       for (; size > 0; --size) putSymbol(out, codes, *at++);
     }

@@ -17,13 +17,16 @@ inline constexpr std::size_t blockSize = std::size_t{128} << 10U;
 /// Of a byte, in bits: four literals and the seven bits before them fill a word of 64.
 inline constexpr unsigned maximumCodeLength = 14;
 
+/// How many bits can be written at once: fewer than a word of 64 has beside the seven that may wait.
+inline constexpr unsigned mostBits = 56;
+
 /// A stream of bits, the first the lowest of the first byte. Writes up to eight bytes beyond its end.
 struct BitWriter {
   std::uint8_t* to;
   std::uint64_t bits = 0;
   unsigned count = 0;  // of bits that wait, below 8 between calls
 
-  /// Appends up to 57 bits.
+  /// Appends up to `mostBits` bits.
   void put(std::uint64_t value, unsigned size) {
     bits |= value << count;
     count += size;

@@ -1,3 +1,4 @@
+#include <Foundation/VectorClones.hpp>
 #include <UIKit/LiteralBlocks.hpp>
 #include <UIKit/UIImage.hpp>
 
@@ -62,6 +63,7 @@ class RowFilter {
   explicit RowFilter(const Samples& samples) : samples_(samples), zeros_(samples.rowSize()) {}
 
   /// Writes the type of `filter` and row `y`, filtered with it.
+  TAVLO_VECTOR_CLONES
   void apply(Filter filter, std::size_t y, Byte* to) const {
     const std::size_t size = samples_.rowSize();
     const Byte* const row = samples_.bytes.data() + y * size;

@@ -1,3 +1,4 @@
+#include <Foundation/VectorClones.hpp>
 #include <TavloCommon/TavloCommon.hpp>
 
 #include <algorithm>
@@ -31,48 +32,58 @@ unsigned digitValue(char digit) {
   return digitValues[static_cast<unsigned char>(digit)];
 }
 
-/// The character of a digit's value, by sums alone: compilers make vector code of a loop over it.
+/// The character of a digit's value, by sums of bytes alone: compilers make vector code of a loop over it.
 char digitOf(std::int8_t value) {
-  const auto from = [value](int first, int step) { return -static_cast<int>(value >= first) & step; };
+  const auto from = [value](int first, int step) {
+    const auto isFrom = static_cast<std::int8_t>(-static_cast<std::int8_t>(value >= first));  // all bits, or none
+    return static_cast<std::int8_t>(isFrom & static_cast<std::int8_t>(step));
+  };
   return static_cast<char>('A' + value + from(26, 'a' - 'Z' - 1) + from(52, '0' - 'z' - 1) + from(62, '-' - '9' - 1) +
                            from(63, '_' - '-' - 1));
 }
 
 constexpr std::size_t blockSize = 96;
+constexpr std::size_t blockDigits = blockSize / 3 * 4;
 constexpr std::size_t blockOverread = 2;  // bytes are read by eights, of which six are used
 
-/// Writes the digits of `blockSize` bytes; reads, but does not use, `blockOverread` more.
-void writeBlock(const std::uint8_t* bytes, char* to) {
-  std::array<std::uint64_t, blockSize / 6> words{};
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    std::memcpy(&words[i], bytes + 6 * i, sizeof words[i]);
-    if constexpr (std::endian::native == std::endian::little) words[i] = __builtin_bswap64(words[i]);
+/// Writes the digits of `count` blocks of bytes; reads, but does not use, `blockOverread` bytes more.
+TAVLO_VECTOR_CLONES
+void writeBlocks(const std::uint8_t* bytes, std::size_t count, char* to) {
+  for (; count > 0; --count, bytes += blockSize, to += blockDigits) {
+    std::array<std::uint64_t, blockSize / 6> words{};
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      std::memcpy(&words[i], bytes + 6 * i, sizeof words[i]);
+      if constexpr (std::endian::native == std::endian::little) words[i] = __builtin_bswap64(words[i]);
+    }
+    // The upper 48 bits go apart into halves, quarters and eight digits; the first of each two goes to the lower end.
+    for (auto& word : words) {
+      word = word >> 40U | (word << 16U & 0x00FFFFFF'00000000U);
+      word = (word >> 12U & 0x00000FFF'00000FFFU) | (word << 16U & 0x0FFF0000'0FFF0000U);
+      word = (word >> 6U & 0x003F003F'003F003FU) | (word << 8U & 0x3F003F00'3F003F00U);
+      if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+    }
+    const auto* values = reinterpret_cast<const char*>(words.data());
+    for (std::size_t i = 0; i < blockDigits; ++i) to[i] = digitOf(static_cast<std::int8_t>(values[i]));
   }
-  // The upper 48 bits go apart into halves, quarters and eight digits; the first of each two goes to the lower end.
-  for (auto& word : words) {
-    word = word >> 40U | (word << 16U & 0x00FFFFFF'00000000U);
-    word = (word >> 12U & 0x00000FFF'00000FFFU) | (word << 16U & 0x0FFF0000'0FFF0000U);
-    word = (word >> 6U & 0x003F003F'003F003FU) | (word << 8U & 0x3F003F00'3F003F00U);
-    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
-  }
-  const auto* values = reinterpret_cast<const char*>(words.data());
-  for (std::size_t i = 0; i < sizeof words; ++i) to[i] = digitOf(static_cast<std::int8_t>(values[i]));
 }
 
 /// Writes the four digits of each three of `bytes`, a multiple of three.
 void writeDigits(DataView bytes, char* to) {
-  for (; bytes.size() >= blockSize + blockOverread; bytes = bytes.subspan(blockSize)) {
-    writeBlock(bytes.data(), to);
-    to += blockSize / 3 * 4;
+  if (bytes.size() >= blockSize + blockOverread) {
+    const std::size_t blocks = (bytes.size() - blockOverread) / blockSize;
+    writeBlocks(bytes.data(), blocks, to);
+    bytes = bytes.subspan(blocks * blockSize);
+    to += blocks * blockDigits;
   }
   while (!bytes.empty()) {
     std::array<std::uint8_t, blockSize + blockOverread> block{};
-    std::array<char, blockSize / 3 * 4> digits;
+    std::array<char, blockDigits> digits;
     const std::size_t size = std::min(bytes.size(), blockSize);
     std::memcpy(block.data(), bytes.data(), size);
-    writeBlock(block.data(), digits.data());
+    writeBlocks(block.data(), 1, digits.data());
     std::memcpy(to, digits.data(), size / 3 * 4);
     bytes = bytes.subspan(size);
+    to += size / 3 * 4;
   }
 }
 
@@ -89,7 +100,7 @@ class TextWriter {
       bytes = bytes.subspan(1);
     }
     // In pieces that stay in the cache between being cleared and being written.
-    constexpr std::size_t pieceSize = 24 << 10;
+    constexpr std::size_t pieceSize = 6 << 10;
     while (bytes.size() >= 3) {
       const std::size_t piece = std::min(pieceSize, bytes.size() - bytes.size() % 3);
       appendGroups(bytes.first(piece));

@@ -7,13 +7,19 @@
 
 namespace tavlo::test {
 
-/// Lines that threads write at once.
-class Lines {
+/// Catches the console lines of its scope.
+class Printed {
  public:
-  void add(std::string line) {
-    const std::lock_guard lock(mutex_);
-    lines_.push_back(std::move(line));
+  Printed() {
+    previous_ = foundation::setPrintHandler([this](std::string_view line) {
+      const std::lock_guard lock(mutex_);
+      lines_.emplace_back(line);
+    });
   }
+  ~Printed() { foundation::setPrintHandler(std::move(previous_)); }
+  Printed(const Printed&) = delete;
+  Printed& operator=(const Printed&) = delete;
+
   [[nodiscard]] std::vector<std::string> lines() const {
     const std::lock_guard lock(mutex_);
     return lines_;
@@ -22,15 +28,7 @@ class Lines {
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> lines_;
-};
-
-/// Catches the console lines of its scope.
-class Printed : public Lines {
- public:
-  ~Printed() { foundation::setPrintHandler(std::move(previous_)); }
-
- private:
-  foundation::PrintHandler previous_ = foundation::setPrintHandler([this](auto line) { add(std::string(line)); });
+  foundation::PrintHandler previous_;
 };
 
 }  // namespace tavlo::test
