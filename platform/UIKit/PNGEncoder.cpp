@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -218,9 +219,9 @@ Plan tryOut(const Samples& samples, const RowFilter& filter) {
       filter.apply(type, y, sample.data() + i * rowSize);
     }
   };
-  const Compressor compressor(1);
-  Data compressed(libdeflate_deflate_compress_bound(compressor.get(), sample.size()));
-  const auto searchedSize = [&] {
+  const auto searchedSize = [&](int level) {
+    const Compressor compressor(level);
+    Data compressed(libdeflate_deflate_compress_bound(compressor.get(), sample.size()));
     return libdeflate_deflate_compress(compressor.get(), sample.data(), sample.size(), compressed.data(),
                                        compressed.size());
   };
@@ -236,17 +237,23 @@ Plan tryOut(const Samples& samples, const RowFilter& filter) {
     coded = paethSize;
     filterSample(best);
   }
-  std::size_t smallest = searchedSize();
   // A search has to win clearly for its time, except in small pictures.
-  const bool isSmall = samples.filteredSize() < blockSize / 4;
-  if (!isSmall && smallest > coded - coded / 16) return {best, 0, scaled(coded)};
-  for (const Filter type : {Filter::none, Filter::sub, Filter::up, Filter::average, Filter::paeth}) {
+  std::size_t smallest = searchedSize(1);
+  const bool isWon = samples.filteredSize() < blockSize / 4 || smallest <= coded - coded / 16;
+  const Plan literals{best, 0, scaled(coded)};
+  if (!isWon && best == Filter::average) return literals;
+  // Smooth photographs repeat from row to row what the fastest search does not find.
+  const int level = sample.size() / smallest < 8 ? 4 : 1;
+  constexpr std::array filters{Filter::up, Filter::none, Filter::sub, Filter::average, Filter::paeth};
+  smallest = SIZE_MAX;
+  for (const Filter type : std::span(filters).first(isWon ? filters.size() : 1)) {
     filterSample(type);
-    const std::size_t size = searchedSize();
+    const std::size_t size = searchedSize(level);
     if (size >= smallest) continue;
     smallest = size;
     best = type;
   }
+  if (!isWon && smallest > coded - coded / 12) return literals;
   // Noise leaves many short matches, which a thorough search would spend most of its time on for little.
   const std::size_t parts = sample.size() / smallest;
   return {best, parts < 8 ? 4 : parts < 16 ? 6 : 7, scaled(smallest)};
