@@ -31,18 +31,73 @@ else()
   target_link_options(tavlo_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 
-# tavlo_library(NAME BASE folder-above SOURCES ... PUBLIC_HEADERS ... PRIVATE_HEADERS ... LINK ... LINK_PRIVATE ...)
-# Library = folder = target = include prefix: <NAME/Header.hpp> is found in BASE/NAME.
+# The library as it is installed: one file with all its parts. A shared build makes its own programs link that file; in a
+# static one they link the parts that they need, and the file is made for the installation alone.
+if(BUILD_SHARED_LIBS OR TAVLOCA_INSTALL)
+  add_library(tavloca)
+  set_target_properties(tavloca PROPERTIES EXPORT_NAME TavloCA LINKER_LANGUAGE CXX
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_compile_features(tavloca PUBLIC cxx_std_20)
+  target_link_libraries(tavloca PRIVATE $<BUILD_INTERFACE:tavlo_build_flags>)
+  if(BUILD_SHARED_LIBS AND UNIX AND NOT APPLE)
+    set(TAVLO_EXPORTS ${PROJECT_BINARY_DIR}/tavloca.map)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/tavloca.map.in ${TAVLO_EXPORTS} @ONLY)
+    target_link_options(tavloca PRIVATE LINKER:--version-script=${TAVLO_EXPORTS})
+    set_target_properties(tavloca PROPERTIES LINK_DEPENDS ${TAVLO_EXPORTS})
+  endif()
+endif()
+
+# tavlo_library(NAME [APART] BASE folder-above SOURCES ... PUBLIC_HEADERS ... GENERATED_HEADERS ... PRIVATE_HEADERS ...
+#   LINK ... LINK_PRIVATE ...)
+# Library = folder = target = include prefix: <NAME/Header.hpp> is found in BASE/NAME, a generated one in the build
+# folder's generated/NAME. It is a part of the library unless it is said to be APART.
 function(tavlo_library name)
-  cmake_parse_arguments(arg "" "BASE" "SOURCES;PUBLIC_HEADERS;PRIVATE_HEADERS;LINK;LINK_PRIVATE" ${ARGN})
-  add_library(${name} ${arg_SOURCES})
-  add_library(Tavlo::${name} ALIAS ${name})
-  set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON POSITION_INDEPENDENT_CODE ON)
+  cmake_parse_arguments(arg "APART" "BASE"
+    "SOURCES;PUBLIC_HEADERS;GENERATED_HEADERS;PRIVATE_HEADERS;LINK;LINK_PRIVATE" ${ARGN})
+  if(NOT arg_APART)
+    set(others ${arg_LINK})
+    set(other_privates ${arg_LINK_PRIVATE})
+    list(FILTER others EXCLUDE REGEX "^Tavlo::")
+    list(FILTER other_privates EXCLUDE REGEX "^Tavlo::")
+    # The parts link each other. To all others Tavlo::NAME may be the shared library, which holds them.
+    list(TRANSFORM arg_LINK REPLACE "^Tavlo::" "")
+    list(TRANSFORM arg_LINK_PRIVATE REPLACE "^Tavlo::" "")
+  endif()
+
+  add_library(${name} STATIC ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON POSITION_INDEPENDENT_CODE ON
+    VISIBILITY_INLINES_HIDDEN ON)
   target_compile_features(${name} PUBLIC cxx_std_20)
-  target_sources(${name}
-    PUBLIC FILE_SET HEADERS BASE_DIRS ${arg_BASE} FILES ${arg_PUBLIC_HEADERS}
-    PRIVATE FILE_SET internals TYPE HEADERS BASE_DIRS ${arg_BASE} FILES ${arg_PRIVATE_HEADERS})
+  tavlo_headers(${name} "${arg_BASE}" "${arg_PUBLIC_HEADERS}" "${arg_GENERATED_HEADERS}")
+  target_sources(${name} PRIVATE FILE_SET internals TYPE HEADERS BASE_DIRS ${arg_BASE} FILES ${arg_PRIVATE_HEADERS})
   target_link_libraries(${name} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE} $<BUILD_INTERFACE:tavlo_build_flags>)
+
+  if(TARGET tavloca AND NOT arg_APART)
+    set_property(GLOBAL APPEND PROPERTY TAVLO_PARTS ${name})
+    tavlo_headers(tavloca "${arg_BASE}" "${arg_PUBLIC_HEADERS}" "${arg_GENERATED_HEADERS}")
+    target_sources(tavloca PRIVATE $<TARGET_OBJECTS:${name}>)
+    target_link_libraries(tavloca PUBLIC ${others} PRIVATE ${other_privates})
+  endif()
+  if(BUILD_SHARED_LIBS AND NOT arg_APART)
+    add_library(Tavlo::${name} ALIAS tavloca)
+  else()
+    add_library(Tavlo::${name} ALIAS ${name})
+  endif()
+endfunction()
+
+# Each part's headers are a set of their own, since the folders above them lie within each other.
+function(tavlo_headers target base headers generated)
+  foreach(kind headers generated)
+    if(${kind})
+      if(kind STREQUAL generated)
+        set(base ${PROJECT_BINARY_DIR}/generated)
+      endif()
+      cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE set)
+      string(MAKE_C_IDENTIFIER "${kind}_${set}" set)
+      string(TOLOWER ${set} set)
+      target_sources(${target} PUBLIC FILE_SET ${set} TYPE HEADERS BASE_DIRS ${base} FILES ${${kind}})
+    endif()
+  endforeach()
 endfunction()
 
 # tavlo_program(NAME SOURCES ... LINK ...)

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::foundation {
 
 /// Whether the server has announced the end of the TLS connection that `transfer` uses (the alert close_notify, RFC
@@ -14,3 +16,5 @@ namespace tavlo::foundation {
 [[nodiscard]] std::shared_ptr<const bool> watchCloseNotice(CURL* transfer);
 
 }  // namespace tavlo::foundation
+
+#pragma GCC visibility pop

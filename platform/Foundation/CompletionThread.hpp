@@ -9,6 +9,8 @@
 #include <optional>
 #include <thread>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::foundation {
 
 /// An ended request on its way to its handler.
@@ -47,3 +49,5 @@ class CompletionThread {
 };
 
 }  // namespace tavlo::foundation
+
+#pragma GCC visibility pop

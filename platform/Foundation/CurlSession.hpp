@@ -12,6 +12,8 @@
 #include <mutex>
 #include <thread>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::foundation {
 
 /// A session on libcurl: the thread "net.io" moves all bytes, the thread "net.cb" calls the handlers. Both start with
@@ -79,3 +81,5 @@ class CurlSession final : public URLSession {
 };
 
 }  // namespace tavlo::foundation
+
+#pragma GCC visibility pop

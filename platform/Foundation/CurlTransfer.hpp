@@ -14,6 +14,8 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::foundation {
 
 /// What the process's environment says about connections, read once.
@@ -96,3 +98,5 @@ class CurlTransfer {
 };
 
 }  // namespace tavlo::foundation
+
+#pragma GCC visibility pop

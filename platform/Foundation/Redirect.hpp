@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::foundation {
 
 /// Throws URLError when a session has no way to send a request to `url`: a scheme other than HTTP and HTTPS, no host,
@@ -20,3 +22,5 @@ void requireSendable(const URL& url);
 void wipeBody(URLRequest& request) noexcept;
 
 }  // namespace tavlo::foundation
+
+#pragma GCC visibility pop

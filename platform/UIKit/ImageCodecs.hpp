@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::uikit {
 
 /// The pixels that a decoder fills, laid out as those of UIImage.
@@ -43,3 +45,5 @@ void checkJPEG2000Headers(foundation::DataView bytes, ImageFormat format);
 [[nodiscard]] Raster upright(Raster picture, int orientation);
 
 }  // namespace tavlo::uikit
+
+#pragma GCC visibility pop

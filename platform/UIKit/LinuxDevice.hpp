@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::uikit {
 
 /// The Linux machine that the program runs on. Any thread.
@@ -25,3 +27,5 @@ class LinuxDevice final : public UIDevice {
 };
 
 }  // namespace tavlo::uikit
+
+#pragma GCC visibility pop

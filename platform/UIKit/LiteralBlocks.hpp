@@ -10,6 +10,8 @@
 // DEFLATE blocks (RFC 1951) of literals, and of matches only where zeros run on: all that is left to gain in a
 // photograph whose rows have been filtered.
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::uikit {
 
 /// How much goes into one block: enough to outweigh its codes, and little enough to stay in the cache.
@@ -45,3 +47,5 @@ struct BitWriter {
 void writeBlock(BitWriter& writer, foundation::DataView bytes, bool isLast);
 
 }  // namespace tavlo::uikit
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <vector>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::reader {
 
 /// The certificates of all anchors. Throws ReaderError when an anchor is no certificate.
@@ -17,3 +19,5 @@ namespace tavlo::reader {
                                                           const std::vector<Certificate>& anchors, std::time_t now);
 
 }  // namespace tavlo::reader
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include <optional>
 #include <vector>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::reader {
 
 /// What the SOD says.
@@ -38,3 +40,5 @@ struct SecurityObject {
 [[nodiscard]] std::optional<std::time_t> signingTime(const SecurityObject& object);
 
 }  // namespace tavlo::reader
+
+#pragma GCC visibility pop

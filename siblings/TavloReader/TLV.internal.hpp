@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 namespace tavlo::reader {
 
 /// Takes a tag of up to four bytes off the front of `bytes`; absent when they end too early.
@@ -54,3 +56,5 @@ class TLVReader {
 };
 
 }  // namespace tavlo::reader
+
+#pragma GCC visibility pop
