@@ -3,15 +3,21 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TavloCA)
-get_target_property(header_sets tavloca INTERFACE_HEADER_SETS)
-set(header_rules "")
-foreach(set ${header_sets})
-  list(APPEND header_rules FILE_SET ${set} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavlo COMPONENT dev)
-endforeach()
-install(TARGETS tavloca EXPORT TavloCATargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
-  ${header_rules})
+
+# tavlo_install_library(TARGET COMPONENT-of-its-shared-file)
+function(tavlo_install_library target component)
+  get_target_property(header_sets ${target} INTERFACE_HEADER_SETS)
+  set(header_rules "")
+  foreach(set ${header_sets})
+    list(APPEND header_rules FILE_SET ${set} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavlo COMPONENT dev)
+  endforeach()
+  install(TARGETS ${target} EXPORT TavloCATargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+    ${header_rules})
+endfunction()
+
+tavlo_install_library(tavloca runtime)
 install(EXPORT TavloCATargets NAMESPACE Tavlo:: DESTINATION ${package_dir} COMPONENT dev)
 
 get_property(TAVLO_PARTS GLOBAL PROPERTY TAVLO_PARTS)
