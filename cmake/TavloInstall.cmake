@@ -62,5 +62,6 @@ else()
     install(FILES docs/man/tavlo.1 docs/man/tavlo-sandbox.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT programs)
   endif()
   install(FILES LICENSE README.md TYPE DOC COMPONENT dev)
-  install(DIRECTORY docs TYPE DOC COMPONENT dev PATTERN man EXCLUDE)
+  install(DIRECTORY docs TYPE DOC COMPONENT dev
+    FILES_MATCHING PATTERN *.md PATTERN *.json PATTERN *.png PATTERN *.svg)
 endif()
