@@ -29,7 +29,7 @@ own, and keeps the records of documents that an app shows.")
 tavlo_package(runtime ${library} libs "client library for the verification of identity documents"
   "${what}\n\nThis package holds the shared library." "")
 tavlo_package(dev libtavloca-dev libdevel "headers of the client library for the verification of identity documents"
-  "${what}\n\nThis package holds the headers, and what CMake and pkg-config need to find them."
+  "${what}\n\nThis package holds the headers, and what CMake and pkg-config need\nto find them."
   "${library} (= ${PROJECT_VERSION})")
 tavlo_package(programs tavlo utils "programs to inspect identity documents and have them verified"
   "The program tavlo shows what a document holds that was read from its chip
@@ -46,6 +46,7 @@ endforeach()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_PACKAGE_VENDOR "TavloCA developers")
 set(CPACK_PACKAGE_CONTACT "${maintainer}")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${maintainer}")
@@ -55,8 +56,12 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY =)
+# What cpack would make itself calls ldconfig in scripts.
+file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs
+  "libtavloca ${PROJECT_VERSION_MAJOR} ${library} (= ${PROJECT_VERSION})\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/triggers ${PROJECT_BINARY_DIR}/debian/shlibs)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 include(CPack)
