@@ -27,11 +27,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/TavloCAConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/TavloCAConfig.cmake ${PROJECT_BINARY_DIR}/TavloCAConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT dev)
 
-# A shared library brings what it needs by itself; of a static one its user links that.
+# A shared library brings what it needs by itself; who links a static one links that, too. It is not Requires.private, as
+# then only --static would name it, along with all that those libraries were built from, which need not be there.
 if(BUILD_SHARED_LIBS)
-  set(PC_REQUIRES_PRIVATE "")
+  set(PC_REQUIRES "")
 else()
-  set(PC_REQUIRES_PRIVATE "libcurl, libssl, libcrypto, libpng >= 1.6, libjpeg, libopenjp2 >= 2.5, libdeflate")
+  set(PC_REQUIRES "libcurl, libssl, libcrypto, libpng >= 1.6, libjpeg, libopenjp2 >= 2.5, libdeflate")
 endif()
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE PC_LIBDIR)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
