@@ -12,10 +12,12 @@ namespace {
 
 using Clock = CurlTransfer::Clock;
 
-CURLM* makeMulti() {
+Owned<CURLM, curl_multi_cleanup> makeMulti() {
   static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-  CURLM* const multi = ready == CURLE_OK ? curl_multi_init() : nullptr;
-  if (multi == nullptr) throw std::bad_alloc();
+  Owned<CURLM, curl_multi_cleanup> multi(ready == CURLE_OK ? curl_multi_init() : nullptr);
+  if (!multi) throw std::bad_alloc();
+  // Without descriptors for it, libcurl makes one that cannot be woken: its requests would wait for each other.
+  if (curl_multi_wakeup(multi.get()) != CURLM_OK) throw URLError(URLError::Code::cannotConnectToHost);
   return multi;
 }
 

@@ -2,13 +2,13 @@
 
 #include <Foundation/CompletionThread.hpp>
 #include <Foundation/CurlTransfer.hpp>
+#include <Foundation/Owned.hpp>
 #include <Foundation/URLSession.hpp>
 
 #include <curl/curl.h>
 
 #include <cstddef>
 #include <list>
-#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -28,7 +28,8 @@ class CurlSession final : public URLSession {
   };
 
   CurlSession() : CurlSession(Options{}) {}
-  /// Reads the environment (see NetEnvironment). Throws std::bad_alloc.
+  /// Reads the environment (see NetEnvironment). Throws std::bad_alloc, and URLError when the process can have no more
+  /// descriptors.
   explicit CurlSession(Options options);
   /// Cancels what has not ended, calls the handlers that are left and ends both threads. Not from within a handler.
   ~CurlSession() override;
@@ -45,9 +46,6 @@ class CurlSession final : public URLSession {
   void resume() { running_.unlock(); }
 
  private:
-  struct Cleanup {
-    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-  };
   using Transfers = std::list<CurlTransfer>;
 
   void run();
@@ -60,7 +58,7 @@ class CurlSession final : public URLSession {
 
   const Options options_;
   const NetEnvironment environment_;
-  const std::unique_ptr<CURLM, Cleanup> multi_;
+  const Owned<CURLM, curl_multi_cleanup> multi_;
 
   std::mutex mutex_;
   Transfers new_;

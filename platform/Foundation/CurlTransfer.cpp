@@ -88,6 +88,11 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::CompletionHandler han
       timeout_(std::chrono::duration_cast<Clock::duration>(
           std::min<Seconds>(maximumTransferTime, std::max(Seconds{0}, request_.timeoutInterval)))) {}
 
+CurlTransfer::~CurlTransfer() {
+  wipe(request_.httpBody);
+  wipe(exchange_.body);
+}
+
 template <class Value>
 void CurlTransfer::set(CURLoption option, Value value) {
   static_assert(std::is_same_v<Value, long> || std::is_same_v<Value, curl_off_t> || std::is_pointer_v<Value>);
@@ -98,6 +103,7 @@ CURL* CurlTransfer::prepare(const NetEnvironment& environment) {
   requireSendable(request_.url);
   const bool posts = request_.httpMethod == "POST";
   if (!posts && request_.httpMethod != "GET") throw URLError(URLError::Code::unsupportedURL);
+  wipe(exchange_.body);
   exchange_ = {};
   easy_.reset(curl_easy_init());
   if (!easy_) throw URLError(URLError::Code::unknown);
@@ -191,9 +197,10 @@ void CurlTransfer::takeConnection() {
 
 void CurlTransfer::takeHeaderLine(std::string_view line) {
   Head& head = exchange_.head;
-  if (head.complete && statusCode() >= 200) return;  // A trailer.
+  if (head.complete && !head.interim) return;  // A trailer.
   if (line.starts_with("HTTP/")) {
     head = {};
+    head.interim = statusCode() < 200;
     return;
   }
   line = line.substr(0, line.find_last_not_of("\r\n \t") + 1);
@@ -218,6 +225,13 @@ void CurlTransfer::takeHeaderLine(std::string_view line) {
 void CurlTransfer::takeBody(std::string_view bytes) {
   Data& body = exchange_.body;
   if (bytes.size() > maximumAnswerSize_ - body.size()) throw URLError(URLError::Code::dataLengthExceedsMaximum);
+  if (bytes.size() > body.capacity() - body.size()) {
+    Data larger;  // by hand, for what a vector outgrows is not wiped
+    larger.reserve(std::max(2 * body.capacity(), body.size() + bytes.size()));
+    larger.assign(body.begin(), body.end());
+    body.swap(larger);
+    wipe(larger);
+  }
   body.insert(body.end(), bytes.begin(), bytes.end());
 }
 
@@ -231,7 +245,6 @@ bool CurlTransfer::conclude(CURLcode result) {
 }
 
 Completion CurlTransfer::complete(std::optional<URLError> error) {
-  wipeBody(request_);
   if (error) return {std::move(handler_), std::nullopt, std::nullopt, std::move(error)};
   return {std::move(handler_), std::move(exchange_.body), URLResponse{statusCode(), request_.url.absoluteString()},
           std::nullopt};
@@ -245,8 +258,8 @@ int CurlTransfer::statusCode() const {
 
 // libcurl takes a connection that ends within the header block, or before the final answer, for the end of the answer.
 bool CurlTransfer::isCutShort() const {
-  const auto& [complete, chunked, contentLength, location] = exchange_.head;
-  if (!complete || statusCode() < 200) return true;
+  const auto& [interim, complete, chunked, contentLength, location] = exchange_.head;
+  if (!complete || interim) return true;
   long version = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_VERSION, &version);
   const bool endsByClose =

@@ -37,6 +37,9 @@ class CurlTransfer {
   /// The time limit runs from here. An answer of more than `maximumAnswerSize` bytes is an error.
   CurlTransfer(URLRequest request, URLSession::CompletionHandler handler, std::size_t maximumAnswerSize);
 
+  /// Wipes the body, and what has come of an answer that nobody gets.
+  ~CurlTransfer();
+
   /// A handle that sends the request; it lives until the next call or the end of this object.
   /// Throws URLError when the request cannot be sent.
   [[nodiscard]] CURL* prepare(const NetEnvironment& environment);
@@ -56,6 +59,7 @@ class CurlTransfer {
  private:
   /// What matters of the header block that came last.
   struct Head {
+    bool interim = true;
     bool complete = false;
     bool chunked = false;
     std::optional<std::int64_t> contentLength;

@@ -2,6 +2,7 @@
 #include <Foundation/Hex.hpp>
 
 #include <fcntl.h>
+#include <string.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -72,6 +73,11 @@ Data dataOf(std::string_view text) {
 std::string_view textOf(DataView bytes) noexcept {
   return {reinterpret_cast<const char*>(bytes.data()),
           bytes.size()};  // NOLINT(*-reinterpret-cast): bytes as characters
+}
+
+void wipe(Data& bytes) noexcept {
+  if (!bytes.empty()) ::explicit_bzero(bytes.data(), bytes.size());
+  bytes = {};
 }
 
 Data contentsOf(const std::filesystem::path& path, std::size_t limit) {

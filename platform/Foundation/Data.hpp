@@ -23,6 +23,9 @@ using DataView = std::span<const std::uint8_t>;
 /// The bytes seen as characters, without a copy; valid as long as `bytes` are. Nothing is checked: see UTF8.hpp.
 [[nodiscard]] std::string_view textOf(DataView bytes) noexcept;
 
+/// Overwrites the bytes with zeros and drops them, so that personal data does not linger in freed memory.
+void wipe(Data& bytes) noexcept;
+
 /// The largest file that `contentsOf` reads, in bytes.
 inline constexpr std::size_t maximumFileSize = std::size_t{256} << 20;
 

@@ -4,7 +4,6 @@
 
 #include <strings.h>
 
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -38,17 +37,12 @@ bool redirect(URLRequest& request, int statusCode, std::string_view location) {
   }
   if (dropsBody) {
     request.httpMethod = "GET";
-    wipeBody(request);
+    wipe(request.httpBody);
   } else if (!haveSameOrigin(request.url, *target)) {
     throw URLError(URLError::Code::redirectToNonExistentLocation);
   }
   request.url = *std::move(target);
   return true;
-}
-
-void wipeBody(URLRequest& request) noexcept {
-  if (!request.httpBody.empty()) explicit_bzero(request.httpBody.data(), request.httpBody.size());
-  request.httpBody = {};
 }
 
 }  // namespace tavlo::foundation

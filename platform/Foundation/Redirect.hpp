@@ -18,9 +18,6 @@ void requireSendable(const URL& url);
 /// location.
 [[nodiscard]] bool redirect(URLRequest& request, int statusCode, std::string_view location);
 
-/// Overwrites the request's body with zeros and drops it, so that personal data does not linger in freed memory.
-void wipeBody(URLRequest& request) noexcept;
-
 }  // namespace tavlo::foundation
 
 #pragma GCC visibility pop

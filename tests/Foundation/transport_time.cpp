@@ -1,15 +1,15 @@
 #include <dlfcn.h>
 #include <netdb.h>
+#include <sys/resource.h>
 
 #include <cstring>
-#include <map>
 #include <sstream>
 
 #include "TransportTest.hpp"
 
 // Stands before the C library's: the name "hanging.test" takes its time.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
-  if (name != nullptr && std::strcmp(name, "hanging.test") == 0) std::this_thread::sleep_for(std::chrono::seconds(1));
+  if (name != nullptr && std::strcmp(name, "hanging.test") == 0) std::this_thread::sleep_for(std::chrono::seconds(20));
   static const auto next = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
   return next(name, service, hints, result);
 }
@@ -23,7 +23,7 @@ constexpr double limit = 0.2;
 void expectTimeout(const std::string& url, const std::string& body = {}) {
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(post(url, body, limit), "-1001") << url;
-  EXPECT_LE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(900)) << url;
+  EXPECT_LE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4)) << url;
 }
 
 TEST(TransportTime, RunsOutWhereverNothingMoves) {
@@ -59,24 +59,29 @@ TEST(TransportTime, RunsOutForOneAndNotForTheOthers) {
 TEST(TransportTime, DoesNotRunOutWhileSomethingMoves) {
   RawServer server([](Connection& connection) {
     for (std::size_t size = 0; size < 3'000'000 && connection.receive(size); size += 150'000) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
+      std::this_thread::sleep_for(std::chrono::milliseconds(60));
     }
     connection.read() && connection.send(head);
     for (const char c : "a: b\r\na: b\r\na: b\r\na: b\r\n\r\n" + std::string(25, 'o')) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      std::this_thread::sleep_for(std::chrono::milliseconds(40));
       connection.send(std::string(1, c));
     }
   });
-  EXPECT_EQ(post(server.url(), std::string(3'000'000, 'x'), 2 * limit), "200 " + std::string(25, 'o'));
+  EXPECT_EQ(post(server.url(), std::string(3'000'000, 'x'), 4 * limit), "200 " + std::string(25, 'o'));
 }
 
 TEST(TransportTime, IsNotSpentOnWhatCannotBeReached) {
-  RawServer closing([](Connection& connection) { connection.close(); });
   std::istringstream rows(
       "http://name.invalid/ -1003 ftp://127.0.0.1/ -1002 file:///etc/passwd -1002 /verify -1002 localhost:80/x -1002 "
       "http:///x -1000 http://127.0.0.1:99999/ -1000 " +
-      closing.url() + " -1005 " + RawServer(answering("")).url() + " -1004");
+      RawServer(answering("")).url() + " -1004");
   for (std::string url, outcome; rows >> url >> outcome;) EXPECT_EQ(post(url), outcome) << url;
+  rlimit descriptors;
+  getrlimit(RLIMIT_NOFILE, &descriptors);
+  const rlimit none{3, descriptors.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_THROW(CurlSession(), foundation::URLError);
+  setrlimit(RLIMIT_NOFILE, &descriptors);
 }
 
 // More posts than places: each ends once, in time and with its own answer.
@@ -89,9 +94,14 @@ TEST(TransportLoad, GivesEachOfAThousandPostsItsOwnAnswer) {
     }
   });
   const auto session = std::make_shared<CurlSession>();
-  std::map<std::string, std::future<std::string>> outcomes;
-  for (int i = 0; i < 1000; ++i) outcomes[std::to_string(i)] = start(session, server.url(), std::to_string(i));
-  for (auto& [body, outcome] : outcomes) EXPECT_EQ(outcome.get(), body.ends_with("7") ? "-1005" : "200 " + body);
+  std::future<std::string> outcomes[1000];
+  const auto postEighth = [&](int first) {
+    for (int i = first; i < 1000; i += 8) outcomes[i] = start(session, server.url(), std::to_string(i));
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back(postEighth, i);
+  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(outcomes[i].get(), i % 10 == 7 ? "-1005" : "200 " + std::to_string(i));
   EXPECT_EQ(server.requests().size(), 1000U);
   EXPECT_LE(server.connections, 300U);  // libcurl connects once more before it learns that it must not send again.
 }

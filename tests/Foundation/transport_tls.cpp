@@ -63,6 +63,9 @@ TEST_F(TransportTLS, SendsNothingToAServerThatItDoesNotTrust) {
     EXPECT_EQ(postTo(good, [&](Connection& connection) { connection.read() && connection.send(toPlain); }), "-1022");
   }
   EXPECT_EQ(postTo(good, answering(answerOK), TLS1_1_VERSION), "-1200");
+  RawServer mute([](Connection& connection) { connection.receive(1); });
+  RawServer plain([](Connection& connection) { connection.receive(1) && connection.send(answerOK); });
+  for (const auto* other : {&mute, &plain}) EXPECT_EQ(post("https://localhost:" + other->port, "body"), "-1200");
   EXPECT_EQ(postTo(good, answering(answerOK), TLS1_2_VERSION), "200 ok");
   EXPECT_EQ(postTo(good, answering(answerOK)), "200 ok");
 }
@@ -94,8 +97,9 @@ TEST_F(TransportTLS, LetsAProcessEndWithTransfersUnderWay) {
     busy.get_future().wait();
     std::exit(0);
   };
-  for (int i = 0; i < 8; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
+  for (int i = 0; i < 12; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(startShared([](auto&) { std::exit(3); }).wait(), testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(startShared([](auto&) { throw 1; }).wait(), testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST_F(TransportTLS, StartsAfreshInAForkedChild) {

@@ -1,7 +1,15 @@
+#include <cstring>
 #include <map>
 #include <sstream>
 
 #include "TransportTest.hpp"
+
+// Stands before the C library's, and counts bodies of a million bytes and other ones.
+static std::atomic<int> wiped = 0, wipedParts = 0;
+extern "C" void explicit_bzero(void* bytes, std::size_t size) {
+  std::memset(bytes, 0, size);
+  ++(size == 1'000'000 ? wiped : wipedParts);
+}
 
 namespace tavlo::test {
 
@@ -23,6 +31,18 @@ TEST(TransportWire, SendsHostAndLengthOnlyAndChangesNoByte) {
   EXPECT_EQ(server.connections, 1U);
 }
 
+TEST(TransportWire, WipesBodiesAndWhatNobodyGets) {
+  const std::string text(1'000'000, 'x');
+  RawServer server([&](Connection& connection) {
+    connection.read() && connection.send("HTTP/1.1 303 So\r\nLocation: /\r\nContent-Length: 1000000\r\n\r\n" + text);
+    connection.read() && connection.send(head + "Content-Length: 2000000\r\n\r\n" + text);
+  });
+  wiped = wipedParts = 0;
+  EXPECT_EQ(post(server.url(), text), "-1005");
+  EXPECT_EQ(post("http://localhost:1/", text), "-1004");
+  EXPECT_TRUE(wiped == 4 && wipedParts > 0) << "two bodies, two answers and what these have outgrown";
+}
+
 TEST(TransportWire, NeverSendsARequestTwice) {
   for (const std::size_t size : {0U, 100U, 3'000'000U}) {
     RawServer server([](Connection& connection) {
@@ -36,13 +56,36 @@ TEST(TransportWire, NeverSendsARequestTwice) {
   }
 }
 
+TEST(TransportWire, ConnectsAgainWhenAConnectionHasBeenIdle) {
+  // Many servers close after five seconds: just then a post must not be on its way.
+  for (const auto& [keeps, time] : {std::pair{false, 1000}, {true, 4200}}) {
+    RawServer server([keeps = keeps](Connection& connection) {
+      while (connection.read() && connection.send(answerOK) && keeps) continue;
+    });
+    const auto session = std::make_shared<CurlSession>();
+    EXPECT_EQ(start(session, server.url()).get(), "200 ok");
+    std::this_thread::sleep_for(std::chrono::milliseconds(time));
+    EXPECT_EQ(start(session, server.url()).get(), "200 ok");
+    EXPECT_EQ(server.connections, 2U);
+  }
+}
+
 TEST(TransportWire, UsesAProxyExceptForThisMachine) {
-  RawServer proxy(answering(head + "\r\nproxy")), server(answering(answerOK));
-  setenv("http_proxy", proxy.url().c_str(), 1);
+  RawServer server(answering(answerOK)), proxy([](Connection& connection) {
+    const bool connects = connection.read()->body.empty();
+    connection.send(connects ? "HTTP/1.1 403 No\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n" : answerOK);
+  });
+  for (const char* name : {"http_proxy", "all_proxy"}) setenv(name, proxy.url().c_str(), 1);
   setenv("no_proxy", "direct.invalid", 1);
-  EXPECT_EQ(post("http://direct.invalid/") + post(server.url()), "-1003200 ok");
+  EXPECT_EQ(post("http://direct.invalid/"), "-1003");
+  for (const char* host : {"127.0.0.1", "localhost"}) EXPECT_EQ(post(server.url("/", host)), "200 ok");
   EXPECT_EQ(proxy.connections, 0U);
-  unsetenv("http_proxy");
+  EXPECT_EQ(post("http://other.invalid/", "body"), "200 ok");
+  EXPECT_EQ(proxy.requests().back().head,
+            "POST http://other.invalid/ HTTP/1.1\r\nHost: other.invalid\r\nContent-Length: 4\r\n\r\n");
+  EXPECT_EQ(post("https://other.invalid/", "body"), "-1005");
+  EXPECT_TRUE(proxy.requests().back().head.starts_with("CONNECT other.invalid:443 HTTP/1.1\r\n"));
+  for (const char* name : {"http_proxy", "all_proxy", "no_proxy"}) unsetenv(name);
 }
 
 TEST(TransportWire, HandsOverWholeAnswersOnly) {
@@ -50,36 +93,57 @@ TEST(TransportWire, HandsOverWholeAnswersOnly) {
   std::map<std::string, std::vector<std::string>> answers = {
       {"200 ok",
        {chunked + "1;a=b\r\no\r\n1\r\nk\r\n0\r\nContent-Length: none\r\n\r\n", head + "\r\nok",
-        "HTTP/1.0 200 OK\r\n\r\nok",
-        "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early\r\nContent-Length: 8\r\n\r\n" + answerOK, answerOK + answerOK,
-        head + "content-length:2\r\nContent-Length: 2\r\n\r\nok"}},
+        "HTTP/1.0 200 OK\r\n\r\nok", interim + "HTTP/1.1 103 Early\r\nContent-Length: 8\r\n\r\n" + answerOK,
+        answerOK + answerOK, head + "content-length:2\r\nContent-Length: 2\r\n\r\nok"}},
       {"200 ", {head + "Content-Length: 0\r\n\r\n"}},
+      {"500 ", {"HTTP/1.1 500 So\r\n\r\n"}},
       {"200 " + zeros, {head + "\r\n" + zeros}},
       {"-1103", {head + "\r\n" + zeros + "0"}},
       {"204 ", {"HTTP/1.1 204 None\r\n\r\n"}},
       {"304 ", {"HTTP/1.1 304 Old\r\nContent-Length: 7\r\n\r\n"}},
       {"-1005",
        {"", "HTTP/1.1 2", head + "Content-Le", head + "Content-Length: 2\r\n", head + "Content-Length: 3\r\n\r\nok",
-        "HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 101 Switching Protocols\r\n\r\nok", chunked + "5\r\nabc",
+        interim, interim + head + "Content-Le", "HTTP/1.1 101 Switching Protocols\r\n\r\nok", chunked + "5\r\nabc",
         chunked + "3\r\nabc\r\n", chunked + "xyz\r\nabc\r\n0\r\n\r\n"}},
       {"-1017",
-       {"SSH-2.0-OpenSSH_9.2\r\n", "HTTP/1.1 20 OK\r\n\r\n", "HTTP/1.1 2000 OK\r\n\r\n",
+       {"SSH-2.0-OpenSSH_9.2\r\n", "HTTP/1.1\r\n\r\n", "HTTP/1.1 20 OK\r\n\r\n", "HTTP/1.1 2000 OK\r\n\r\n",
         head + std::string("a: \0b\r\n\r\n", 9), head + "Content-Length: -1\r\n\r\n",
-        head + "Content-Length: 2, 2\r\n\r\nok", head + "Content-Length: 1180591620717411303424\r\n\r\nok",
+        head + "Content-Length: two\r\n\r\nok", head + "Content-Length: 2, 2\r\n\r\nok",
+        head + "Content-Length: 1180591620717411303424\r\n\r\nok",
         head + "Content-Length: 2\r\nContent-Length: 3\r\n\r\nok!",
         head + "a: " + std::string(200'000, 'a') + "\r\n\r\n",
         head + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"}}};
   for (const std::string status : {"302", "401", "404", "407", "500", "999"}) {
     answers[status + " ok"] = {"HTTP/1.1 " + status + " So\r\nWWW-Authenticate: Basic realm=x\r\n\r\nok"};
   }
-  std::string& interim = answers["-1005"].emplace_back();
-  for (int i = 0; i < 100'000; ++i) interim += "HTTP/1.1 100 Continue\r\n\r\n";
+  std::string endless[] = {"", head};
+  while (endless[1].size() < 1'000'000) endless[0] += interim, endless[1] += "name: value\r\n";
+  for (const auto& text : endless) answers["-1005"].push_back(text);
   for (const auto& [outcome, texts] : answers) {
     for (const auto& text : texts) {
       RawServer server([&sent = text](Connection& connection) { connection.read() && connection.send(sent); });
       EXPECT_TRUE(post(server.url(), "", 20, {.maximumAnswerSize = zeros.size()}) == outcome) << text.substr(0, 100);
     }
   }
+}
+
+TEST(TransportWire, EndsHoweverAServerBreaksOff) {
+  const auto large = 20'000'000U;
+  // The body's size, how much of the request is read, and what is sent before the connection is closed or reset.
+  const std::tuple<unsigned, unsigned, std::string> rows[] = {
+      {0, 0, ""}, {0, 1, ""}, {0, 20, ""}, {0, 20, answerOK.substr(0, 30)}, {large, 1'000'000, ""}};
+  for (const auto& [size, part, sent] : rows) {
+    RawServer server([part = part, sent = sent](Connection& connection) {
+      connection.receive(part) && connection.send(sent);
+      connection.close(part > 0);
+    });
+    EXPECT_EQ(post(server.url(), std::string(size, 'x')), "-1005") << part << sent;
+  }
+  RawServer hasty([=](Connection& connection) {
+    connection.receive(100'000) && connection.send("HTTP/1.1 413 Too Large\r\nContent-Length: 2\r\n\r\nno");
+    EXPECT_FALSE(connection.receive(large)) << "nobody waits for the rest";
+  });
+  EXPECT_EQ(post(hasty.url(), std::string(large, 'x')), "413 no");
 }
 
 TEST(TransportWire, FollowsRedirects) {
@@ -95,7 +159,7 @@ TEST(TransportWire, FollowsRedirects) {
          std::getline(rows, last)) {
     RawServer server([&](Connection& connection) {
       while (const auto got = connection.read()) {
-        connection.send("HTTP/1.1 " + (got->head.find("/end") != std::string::npos ? "200" : status) +
+        connection.send(interim + "HTTP/1.1 " + (got->head.find("/end") != std::string::npos ? "200" : status) +
                         " So\r\nLocation: " + location + (location.ends_with(":") ? server.port + "/end" : "") +
                         "\r\nContent-Length: " + std::to_string(got->body.size()) + "\r\n\r\n" + got->body);
       }
