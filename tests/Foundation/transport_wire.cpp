@@ -71,7 +71,7 @@ TEST(TransportWire, ConnectsAgainWhenAConnectionHasBeenIdle) {
 }
 
 TEST(TransportWire, UsesAProxyExceptForThisMachine) {
-  RawServer server(answering(answerOK)), proxy([](Connection& connection) {
+  RawServer server(answering(answerOK)), proxy([](Connection&connection) {
     const bool connects = connection.read()->body.empty();
     connection.send(connects ? "HTTP/1.1 403 No\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n" : answerOK);
   });
