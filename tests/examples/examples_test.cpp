@@ -37,6 +37,10 @@ TEST_F(Example, retryPostsTheSameBytesUntilAnswered) {
   ASSERT_EQ(server.requests().size(), 2U);
   EXPECT_EQ(server.requests()[0].body, server.requests()[1].body);
 
+  EXPECT_EQ(run({REQUEST_PROGRAM, document, "TV0000042", selfie, server.url()}), 0) << err_;
+  EXPECT_EQ(out_, "done\n");
+  EXPECT_EQ(server.requests().at(2).body, server.requests()[0].body) << "C makes the same request";
+
   EXPECT_EQ(run({RETRY_PROGRAM, document, selfie, "ftp://localhost/"}), 1);
   EXPECT_EQ(out_, "");
   EXPECT_EQ(err_.find("again"), std::string::npos) << "no use in trying again";

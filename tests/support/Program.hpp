@@ -23,8 +23,11 @@ class Program {
   }
 
   /// Runs `command` to its end and gives the exit status; a "NAME=value" before it adds to the environment.
-  // NOLINTNEXTLINE(cert-env33-c): the shell's redirections are what is wanted; the words come from the test
-  int run(const std::vector<std::string>& command) { return WEXITSTATUS(std::system(line(command).c_str())); }
+  int run(const std::vector<std::string>& command) {
+    // NOLINTNEXTLINE(cert-env33-c): the shell's redirections are what is wanted; the words come from the test
+    const int status = std::system(line(command).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
   /// Starts `command` beside the test; it ends with this object.
   void start(const std::vector<std::string>& command) {
     // NOLINTNEXTLINE(cert-env33-c): as above
