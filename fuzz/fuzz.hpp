@@ -99,7 +99,7 @@ inline std::optional<std::size_t> decodingLimit(DataView picture) {
     blocks = std::max(blocks, blocksAlong() * blocksAlong());
   }
   if (blocks > 1'000) return std::nullopt;
-  return (1 << 20) + 12 * 32 * 32 * blocks + (format == jp2 || format == j2k ? std::size_t{300'000'000} : 0);
+  return (1 << 20) + blocks * 32 * 32 * 12 + (format == jp2 || format == j2k ? std::size_t{300'000'000} : 0);
 }
 
 }  // namespace tavlo::fuzz

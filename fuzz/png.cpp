@@ -3,17 +3,17 @@
 
 #include "fuzz.hpp"
 
-void tavlo::fuzz::run(DataView bytes) {
-  Input input{bytes};
-  const std::size_t width = input.number() + 1, height = input.number() + 1, kind = input.number();
+void tavlo::fuzz::run(DataView input) {
+  Input parts{input};
+  const std::size_t width = parts.number() + 1, height = parts.number() + 1, kind = parts.number();
   const std::size_t channels = kind % 2 == 1 ? 4 : 3;
   const std::size_t repeats = kind % 4 >= 2 ? channels : 1;  // of each byte; all channels alike are grey
-  const std::size_t noise = input.number();                  // the bits that differ from pixel to pixel
+  const std::size_t noise = parts.number();                  // the bits that differ from pixel to pixel
 
   Data pixels(width * height * channels);
   std::minstd_rand random(static_cast<unsigned>(noise));  // the same for the same input
   for (std::size_t i = 0; i < pixels.size(); ++i) {
-    const auto byte = input.rest.empty() ? std::uint8_t{0} : input.rest[i / repeats % input.rest.size()];
+    const auto byte = parts.rest.empty() ? std::uint8_t{0} : parts.rest[i / repeats % parts.rest.size()];
     pixels[i] = i % repeats == 0 ? static_cast<std::uint8_t>(byte ^ (random() & noise)) : pixels[i - 1];
   }
   within(16 * pixels.size() + (8 << 20), [&] {
