@@ -14,7 +14,8 @@
 namespace tavlo::test {
 
 struct FakeDevice final : uikit::UIDevice {
-  explicit FakeDevice(std::string its, std::optional<std::string> name = {}) : version(std::move(its)), machine(name) {}
+  explicit FakeDevice(std::string its, std::optional<std::string> name = {})
+      : version(std::move(its)), machine(std::move(name)) {}
   [[nodiscard]] std::string systemVersion() const override { return version; }
   [[nodiscard]] std::optional<std::string> model() const override { return machine; }
   const std::string version;
