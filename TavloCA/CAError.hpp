@@ -20,6 +20,7 @@ struct CAError : std::exception {
 
   /// `message`, unchanged.
   [[nodiscard]] std::string description() const { return message; }
+  /// `message`, as long as it is not changed.
   [[nodiscard]] const char* what() const noexcept override { return message.c_str(); }
 };
 

@@ -19,6 +19,7 @@ namespace tavlo {
 
 /// Tells the initialiser for demo data from the others. Its value is not consulted.
 struct IsDemo {
+  /// Not consulted.
   bool value = true;
 };
 
@@ -63,8 +64,10 @@ template <class T, class... Arguments>
 /// A subclass that overrides one `init` brings the others along with `using CredentialDocument::init;`.
 class CredentialDocument : public foundation::NSObject {
  public:
+  /// Documents in the order in which they are shown.
   using Children = std::vector<std::shared_ptr<CredentialDocument>>;
 
+  /// For `make` alone.
   explicit CredentialDocument(MakeKey /*key*/) {}
 
   TAVLO_FIELD(std::optional<DocumentType>, documentType, DocumentType);  ///< the kind; absent when unknown

@@ -36,17 +36,18 @@ using DataGroups = std::vector<std::shared_ptr<const reader::DataGroup>>;
 struct DocumentMeta {
   /// All absent.
   DocumentMeta() = default;
+  /// The six texts as they are.
   // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): in the definition they would hide the fields
   DocumentMeta(std::optional<std::string> documentType, std::optional<std::string> documentSubType,
                std::optional<std::string> documentExpiryDate, std::optional<std::string> dateOfBirth,
                std::optional<std::string> gender, std::optional<std::string> nationality);
 
-  std::optional<std::string> documentType;
-  std::optional<std::string> documentSubType;
-  std::optional<std::string> documentExpiryDate;
-  std::optional<std::string> dateOfBirth;
-  std::optional<std::string> gender;
-  std::optional<std::string> nationality;
+  std::optional<std::string> documentType;        ///< the app's own name of the kind
+  std::optional<std::string> documentSubType;     ///< the app's own name of a kind within it
+  std::optional<std::string> documentExpiryDate;  ///< in whatever form the app uses
+  std::optional<std::string> dateOfBirth;         ///< in whatever form the app uses
+  std::optional<std::string> gender;              ///< in whatever form the app uses
+  std::optional<std::string> nationality;         ///< in whatever form the app uses
 
   /// The table that every encoder and decoder goes by.
   static constexpr auto members() {

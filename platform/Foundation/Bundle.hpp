@@ -33,10 +33,12 @@ class Bundle {
 /// Resource files that are compiled into a library: names and bytes that live as long as the process.
 class CompiledBundle final : public Bundle {
  public:
+  /// One file: its name and its bytes, both kept by the caller.
   struct Resource {
-    std::string_view name;
-    DataView bytes;
+    std::string_view name;  ///< such as "brenu1.png"
+    DataView bytes;         ///< the file's content
   };
+  /// `resources` and what it shows must live as long as the bundle.
   explicit CompiledBundle(std::span<const Resource> resources) : resources_(resources) {}
   [[nodiscard]] std::optional<Data> resource(std::string_view name) const override;
 
@@ -47,6 +49,7 @@ class CompiledBundle final : public Bundle {
 /// The files of one folder. A name never reaches outside it.
 class FolderBundle final : public Bundle {
  public:
+  /// `folder` need not be there: then there is no resource.
   explicit FolderBundle(std::filesystem::path folder);
   [[nodiscard]] std::optional<Data> resource(std::string_view name) const override;
 

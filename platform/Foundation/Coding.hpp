@@ -32,16 +32,21 @@ inline constexpr std::size_t maximumCodingDepth = 512;
 /// Why a value could not be read.
 class DecodingError : public std::exception {
  public:
+  /// What kind of fault it is.
   enum class Kind {
     keyNotFound,    ///< a required member is missing; the path ends with its key
     typeMismatch,   ///< the value is of another type
     valueNotFound,  ///< null, or the end of an array, where a value is required
     dataCorrupted,  ///< malformed input, or a value of the right type that means nothing
   };
+  /// `path` leads to the value, `message` says what is wrong with it.
   DecodingError(Kind kind, CodingPath path, const std::string& message);
 
+  /// What kind of fault it is.
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
+  /// Where the value stands, from the outermost one.
   [[nodiscard]] const CodingPath& codingPath() const noexcept { return path_; }
+  /// Path and fault in English; holds no value that was read.
   [[nodiscard]] const char* what() const noexcept override { return text_.c_str(); }
 
  private:
@@ -53,9 +58,12 @@ class DecodingError : public std::exception {
 /// Why a value could not be written: the format has no form for it.
 class EncodingError : public std::exception {
  public:
+  /// `path` leads to the value, `message` says what is wrong with it.
   EncodingError(CodingPath path, const std::string& message);
 
+  /// Where the value stands, from the outermost one.
   [[nodiscard]] const CodingPath& codingPath() const noexcept { return path_; }
+  /// Path and fault in English; holds no value that was read.
   [[nodiscard]] const char* what() const noexcept override { return text_.c_str(); }
 
  private:
@@ -88,6 +96,7 @@ class KeyedEncodingContainer {
   /// Writes the member `key` through `write`.
   virtual void encodeMember(std::string_view key, const EncodeFunction& write) = 0;
 
+  /// Writes the member `key` as Coding<T> has it.
   template <class T>
   void encode(std::string_view key, const T& value) {
     encodeMember(key, [&value](Encoder& place) { foundation::encode(value, place); });
@@ -106,6 +115,7 @@ class UnkeyedEncodingContainer {
   /// Writes the next element through `write`.
   virtual void encodeElement(const EncodeFunction& write) = 0;
 
+  /// Writes the next element as Coding<T> has it.
   template <class T>
   void encode(const T& value) {
     encodeElement([&value](Encoder& place) { foundation::encode(value, place); });
@@ -116,10 +126,10 @@ class UnkeyedEncodingContainer {
 class SingleValueEncodingContainer {
  public:
   virtual ~SingleValueEncodingContainer() = default;
-  virtual void encodeNil() = 0;
-  virtual void encodeBool(bool value) = 0;
-  virtual void encodeInteger(std::int64_t value) = 0;
-  virtual void encodeUnsigned(std::uint64_t value) = 0;
+  virtual void encodeNil() = 0;                          ///< writes null
+  virtual void encodeBool(bool value) = 0;               ///< writes true or false
+  virtual void encodeInteger(std::int64_t value) = 0;    ///< writes a whole number
+  virtual void encodeUnsigned(std::uint64_t value) = 0;  ///< writes a whole number
   /// Throws EncodingError for NaN and infinities where the format has none.
   virtual void encodeDouble(double value) = 0;
   /// Throws EncodingError for malformed UTF-8.
@@ -132,10 +142,10 @@ class SingleValueEncodingContainer {
 class Encoder {
  public:
   virtual ~Encoder() = default;
-  [[nodiscard]] virtual CodingPath codingPath() const = 0;
-  [[nodiscard]] virtual KeyedEncodingContainer& container() = 0;
-  [[nodiscard]] virtual UnkeyedEncodingContainer& unkeyedContainer() = 0;
-  [[nodiscard]] virtual SingleValueEncodingContainer& singleValueContainer() = 0;
+  [[nodiscard]] virtual CodingPath codingPath() const = 0;                 ///< from the outermost value to this place
+  [[nodiscard]] virtual KeyedEncodingContainer& container() = 0;           ///< for an object's members
+  [[nodiscard]] virtual UnkeyedEncodingContainer& unkeyedContainer() = 0;  ///< for an array's elements
+  [[nodiscard]] virtual SingleValueEncodingContainer& singleValueContainer() = 0;  ///< for a plain value
 };
 
 // ---- Decoding ------------------------------------------------------------------------------------------------------
@@ -162,6 +172,7 @@ class KeyedDecodingContainer {
   /// Reads the member `key` through `read`; throws DecodingError of kind keyNotFound when it is missing.
   virtual void decodeMember(std::string_view key, const DecodeFunction& read) = 0;
 
+  /// Reads the member `key` as Coding<T> has it; throws DecodingError, of kind keyNotFound when it is missing.
   template <class T>
   [[nodiscard]] T decode(std::string_view key) {
     std::optional<T> value;
@@ -180,10 +191,11 @@ class KeyedDecodingContainer {
 class UnkeyedDecodingContainer {
  public:
   virtual ~UnkeyedDecodingContainer() = default;
-  [[nodiscard]] virtual bool isAtEnd() const = 0;
+  [[nodiscard]] virtual bool isAtEnd() const = 0;  ///< whether no element is left
   /// Reads the next element through `read`; throws DecodingError of kind valueNotFound at the end.
   virtual void decodeElement(const DecodeFunction& read) = 0;
 
+  /// Reads the next element as Coding<T> has it; throws DecodingError, of kind valueNotFound at the end.
   template <class T>
   [[nodiscard]] T decode() {
     std::optional<T> value;
@@ -197,11 +209,11 @@ class UnkeyedDecodingContainer {
 class SingleValueDecodingContainer {
  public:
   virtual ~SingleValueDecodingContainer() = default;
-  [[nodiscard]] virtual bool decodeBool() = 0;
-  [[nodiscard]] virtual std::int64_t decodeInteger() = 0;
-  [[nodiscard]] virtual std::uint64_t decodeUnsigned() = 0;
-  [[nodiscard]] virtual double decodeDouble() = 0;
-  [[nodiscard]] virtual std::string decodeString() = 0;
+  [[nodiscard]] virtual bool decodeBool() = 0;               ///< true or false
+  [[nodiscard]] virtual std::int64_t decodeInteger() = 0;    ///< a whole number
+  [[nodiscard]] virtual std::uint64_t decodeUnsigned() = 0;  ///< a whole number, not negative
+  [[nodiscard]] virtual double decodeDouble() = 0;           ///< any number
+  [[nodiscard]] virtual std::string decodeString() = 0;      ///< a text, in UTF-8
 };
 
 /// A place that holds one value. Asking for a container throws DecodingError when the value is of another kind.
@@ -209,10 +221,10 @@ class SingleValueDecodingContainer {
 class Decoder {
  public:
   virtual ~Decoder() = default;
-  [[nodiscard]] virtual CodingPath codingPath() const = 0;
-  [[nodiscard]] virtual KeyedDecodingContainer& container() = 0;
-  [[nodiscard]] virtual UnkeyedDecodingContainer& unkeyedContainer() = 0;
-  [[nodiscard]] virtual SingleValueDecodingContainer& singleValueContainer() = 0;
+  [[nodiscard]] virtual CodingPath codingPath() const = 0;                 ///< from the outermost value to this place
+  [[nodiscard]] virtual KeyedDecodingContainer& container() = 0;           ///< for an object's members
+  [[nodiscard]] virtual UnkeyedDecodingContainer& unkeyedContainer() = 0;  ///< for an array's elements
+  [[nodiscard]] virtual SingleValueDecodingContainer& singleValueContainer() = 0;  ///< for a plain value
 };
 
 // ---- Records -------------------------------------------------------------------------------------------------------
@@ -239,6 +251,7 @@ constexpr auto member(std::string_view key, Value (Record::*read)() const, void 
   return Member<Record, Value, decltype(read), decltype(write)>{key, read, write};
 }
 
+/// Whether T is a std::optional.
 template <class T>
 inline constexpr bool isOptional = false;
 template <class T>

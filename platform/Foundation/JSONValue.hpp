@@ -27,17 +27,19 @@ class JSONValue {
   using Variant =
       std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, JSONArray, JSONObject>;
 
-  JSONValue() = default;  ///< null
-  JSONValue(Variant value) : value_(std::move(value)) {}
-  JSONValue(bool value) : value_(value) {}
-  JSONValue(std::string value) : value_(std::move(value)) {}
-  JSONValue(const char* value) : value_(std::string(value)) {}
-  JSONValue(JSONArray value) : value_(std::move(value)) {}
-  JSONValue(JSONObject value) : value_(std::move(value)) {}
+  JSONValue() = default;                                        ///< null
+  JSONValue(Variant value) : value_(std::move(value)) {}        ///< what it holds
+  JSONValue(bool value) : value_(value) {}                      ///< true or false
+  JSONValue(std::string value) : value_(std::move(value)) {}    ///< a text, in UTF-8
+  JSONValue(const char* value) : value_(std::string(value)) {}  ///< a text, in UTF-8
+  JSONValue(JSONArray value) : value_(std::move(value)) {}      ///< an array
+  JSONValue(JSONObject value) : value_(std::move(value)) {}     ///< an object
+  /// A whole number.
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) JSONValue(Integer value) : value_(number(value)) {}
-  JSONValue(double value) : value_(value) {}
+  JSONValue(double value) : value_(value) {}  ///< a number
 
+  /// Whether it is null.
   [[nodiscard]] bool isNull() const noexcept { return std::holds_alternative<std::nullptr_t>(value_); }
 
   /// The value when it is of type T (one of Variant's), else a null pointer.
@@ -45,6 +47,7 @@ class JSONValue {
   [[nodiscard]] const T* getIf() const noexcept {
     return std::get_if<T>(&value_);
   }
+  /// The same, to change it.
   template <class T>
   [[nodiscard]] T* getIf() noexcept {
     return std::get_if<T>(&value_);
@@ -53,6 +56,7 @@ class JSONValue {
   /// The member `key` when this is an object that has it, else a null pointer.
   [[nodiscard]] const JSONValue* member(std::string_view key) const noexcept;
 
+  /// What it holds, for std::visit.
   [[nodiscard]] const Variant& variant() const noexcept { return value_; }
 
   friend bool operator==(const JSONValue&, const JSONValue&) = default;

@@ -17,8 +17,10 @@ namespace tavlo::foundation {
 template <class T>
 class SharedService {
  public:
+  /// Makes the default service; may throw, and then `get` does.
   using Factory = std::shared_ptr<T> (*)();
 
+  /// `makeDefault` is called when there is no service at its first use.
   explicit constexpr SharedService(Factory makeDefault) : makeDefault_(makeDefault) {}
   SharedService(const SharedService&) = delete;
   SharedService& operator=(const SharedService&) = delete;

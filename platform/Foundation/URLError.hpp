@@ -35,9 +35,11 @@ class URLError : public std::exception {
   /// `host` is the server's name, which the text for serverCertificateUntrusted shows.
   explicit URLError(Code code, std::string_view host = {});
 
+  /// What kind of failure it is.
   [[nodiscard]] Code code() const noexcept { return code_; }
   /// One English sentence for people.
   [[nodiscard]] const std::string& localizedDescription() const noexcept { return description_; }
+  /// The same sentence.
   [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
 
  private:

@@ -13,8 +13,8 @@ struct URLRequest {
   /// How stored answers are used. There is one policy, and with it the answer to a POST is never stored.
   enum class CachePolicy { useProtocolCachePolicy = 0 };
 
-  URL url;
-  CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy;
+  URL url;                                                        ///< with a scheme of http or https, and a host
+  CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy;  ///< the only one
   /// In seconds: how long nothing may move, in either direction, before the request fails. Not a limit on its whole
   /// time.
   std::chrono::duration<double> timeoutInterval{60.0};

@@ -15,7 +15,7 @@ class URLSessionDataTask;
 
 /// What is known of an answer beside its body.
 struct URLResponse {
-  int statusCode = 0;
+  int statusCode = 0;  ///< the HTTP status (RFC 9110)
   /// The URL that answered, after redirects.
   std::string url;
 };
@@ -49,7 +49,9 @@ class URLSession : public std::enable_shared_from_this<URLSession> {
 /// One request that waits to be sent. Not to be used by two threads at once.
 class URLSessionDataTask {
  public:
+  /// What was moved from cannot be sent any more.
   URLSessionDataTask(URLSessionDataTask&&) = default;
+  /// What was moved from cannot be sent any more; the request that was here is dropped unsent.
   URLSessionDataTask& operator=(URLSessionDataTask&&) = default;
 
   /// Sends the request. Only the first call does; the task may go away right after it.

@@ -33,8 +33,8 @@ class SecKey {
 
 /// Both halves of one key.
 struct SecKeyPair {
-  std::shared_ptr<const SecKey> privateKey;
-  std::shared_ptr<const SecKey> publicKey;
+  std::shared_ptr<const SecKey> privateKey;  ///< may be absent where it never leaves hardware
+  std::shared_ptr<const SecKey> publicKey;   ///< what a verification sends
 };
 
 /// A new pair from the system's random source. Throws SecurityError.
@@ -47,11 +47,14 @@ struct SecKeyPair {
 /// Secret bytes, overwritten when they go out of scope; moved, never copied.
 class SecretData {
  public:
+  /// Takes the bytes over.
   explicit SecretData(foundation::Data&& bytes) noexcept : bytes_(std::move(bytes)) {}
+  /// Leaves the other one empty.
   SecretData(SecretData&&) noexcept = default;
   SecretData& operator=(SecretData&&) = delete;
   ~SecretData();
 
+  /// A view that lives as long as this.
   [[nodiscard]] foundation::DataView bytes() const noexcept { return bytes_; }
 
  private:

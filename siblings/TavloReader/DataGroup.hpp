@@ -65,6 +65,7 @@ class DataGroup {
   /// Parses a file that is meant to be the group `id`. Throws ReaderError.
   [[nodiscard]] static std::shared_ptr<const DataGroup> parse(DataGroupId id, foundation::Data file);
 
+  /// Which group it is.
   [[nodiscard]] DataGroupId id() const noexcept { return id_; }
   /// The whole file: tag, length and value, byte for byte; what the document signer hashed.
   [[nodiscard]] virtual const foundation::Data& data() const { return data_; }

@@ -20,6 +20,7 @@ struct TLV;
 /// EF.COM: what the document says of itself. It is not signed; the list of groups to trust is the one in the SOD.
 class COM : public DataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit COM(foundation::Data file);
 
   [[nodiscard]] const std::string& ldsVersion() const noexcept { return ldsVersion_; }          ///< such as "1.7"
@@ -36,7 +37,9 @@ class COM : public DataGroup {
 /// The machine readable zone.
 class DataGroup1 : public DataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit DataGroup1(foundation::Data file);
+  /// The machine readable zone, taken apart.
   [[nodiscard]] const MRZ& mrz() const noexcept { return mrz_; }
 
  private:
@@ -46,6 +49,7 @@ class DataGroup1 : public DataGroup {
 /// The holder's face, once or several times.
 class DataGroup2 : public DataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit DataGroup2(foundation::Data file);
   /// The encoded pictures out of the face records (ISO/IEC 19794-5 and 39794-5), the portrait first. Views into `this`.
   /// A record of another standard is an oddity and gives no picture.
@@ -61,6 +65,7 @@ class DataGroup2 : public DataGroup {
 /// The holder's signature or usual mark.
 class DataGroup7 : public DataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit DataGroup7(foundation::Data file);
   /// The encoded pictures. Views into `this`.
   [[nodiscard]] const std::vector<foundation::DataView>& images() const noexcept { return images_; }
@@ -74,13 +79,14 @@ class TextDataGroup : public DataGroup {
  public:
   /// One item for a person to read, in valid UTF-8. Dates are digits, pictures only named with their size.
   struct Item {
-    std::string_view label;
-    std::string text;
+    std::string_view label;  ///< an English name
+    std::string text;        ///< the value
   };
   /// In the order of the file. An item of an unknown tag is an oddity and left out.
   [[nodiscard]] const std::vector<Item>& items() const noexcept { return items_; }
 
  protected:
+  /// Parses the whole file. Throws ReaderError.
   TextDataGroup(DataGroupId id, foundation::Data file);
 
  private:
@@ -91,12 +97,14 @@ class TextDataGroup : public DataGroup {
 /// More about the holder.
 class DataGroup11 : public TextDataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit DataGroup11(foundation::Data file) : TextDataGroup(DataGroupId::DG11, std::move(file)) {}
 };
 
 /// More about the document.
 class DataGroup12 : public TextDataGroup {
  public:
+  /// Parses the whole file. Throws ReaderError.
   explicit DataGroup12(foundation::Data file) : TextDataGroup(DataGroupId::DG12, std::move(file)) {}
 };
 
@@ -104,6 +112,7 @@ class DataGroup12 : public TextDataGroup {
 template <DataGroupId Id>
 class OpaqueDataGroup : public DataGroup {
  public:
+  /// Takes the whole file, whose outermost tag and length are checked. Throws ReaderError.
   explicit OpaqueDataGroup(foundation::Data file) : DataGroup(Id, std::move(file)) {}
 };
 

@@ -18,19 +18,22 @@ inline constexpr std::size_t maximumFileCount = 64;
 
 /// A file of a document with the name it came under, which only serves reports.
 struct NamedFile {
+  /// Any text.
   std::string name;
+  /// The whole content.
   foundation::Data bytes;
 };
 
 /// What was made of one file.
 struct FileFinding {
+  /// What became of a file.
   enum class Kind {
     group,      ///< a data group that is in the model
     leftAside,  ///< no data group, such as EF.CardAccess, EF.DIR or a certificate
     malformed,  ///< meant to be a data group and not in the model; `text` says what is wrong
   };
-  std::string name;  ///< the file's name, in valid UTF-8
-  Kind kind = Kind::leftAside;
+  std::string name;                   ///< the file's name, in valid UTF-8
+  Kind kind = Kind::leftAside;        ///< what became of it
   std::optional<DataGroupId> group;   ///< where it is one, or means to be one
   std::string text;                   ///< what the file is, or what is wrong with it
   std::vector<std::string> oddities;  ///< worth telling, no error: padding cut, a name that contradicts the content ...
@@ -38,8 +41,8 @@ struct FileFinding {
 
 /// A document made from files: the model, and what became of each file, in the order given.
 struct DocumentReading {
-  NFCPassportModel model;
-  std::vector<FileFinding> findings;
+  NFCPassportModel model;             ///< the groups that are sound
+  std::vector<FileFinding> findings;  ///< one for each file
 };
 
 /// Makes a document from elementary files in memory, recognised by content, whatever their names. A malformed group is

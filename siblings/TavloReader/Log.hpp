@@ -8,15 +8,16 @@ namespace tavlo::reader {
 /// The reader's log. One line a message, without personal data. All operations may be called from any thread.
 class Log {
  public:
+  /// How much a message matters, from least to most.
   enum class Level { debug, info, warning, error };
   /// Takes one message. May be called from several threads at once; must not throw.
   using Handler = std::function<void(Level level, std::string_view message)>;
 
   Log() = delete;
-  static void debug(std::string_view message) { write(Level::debug, message); }
-  static void info(std::string_view message) { write(Level::info, message); }
-  static void warning(std::string_view message) { write(Level::warning, message); }
-  static void error(std::string_view message) { write(Level::error, message); }
+  static void debug(std::string_view message) { write(Level::debug, message); }      ///< logs at this level
+  static void info(std::string_view message) { write(Level::info, message); }        ///< logs at this level
+  static void warning(std::string_view message) { write(Level::warning, message); }  ///< logs at this level
+  static void error(std::string_view message) { write(Level::error, message); }      ///< logs at this level
 
   /// Messages below `level` are dropped; `info` by default. Gives back the previous level.
   static Level setThreshold(Level level);

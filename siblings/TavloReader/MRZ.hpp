@@ -11,15 +11,16 @@ namespace tavlo::reader {
 /// Texts are without fillers and valid UTF-8. Wrong check digits, unknown letters and dates that are none are kept as
 /// they were printed: the zone states what the document says, and passive authentication whether that is genuine.
 struct MRZ {
+  /// Three lines of 30 characters, two of 36, two of 44.
   enum class Format { TD1, TD2, TD3 };
 
   /// A check digit and whether it fits its field.
   struct CheckDigit {
     std::string_view field;  ///< "number", "birth", "expiry", "optional" (TD3 only) or "composite"
-    bool correct = false;
+    bool correct = false;    ///< whether it fits
   };
 
-  Format format = Format::TD3;
+  Format format = Format::TD3;  ///< told by the length of the zone
   std::string documentCode;     ///< one or two letters, such as "P" or "PO"
   std::string issuingState;     ///< one to three letters, such as "UTO" or "D"
   std::string documentNumber;   ///< whole, also where a TD1 or TD2 carries it on in its optional data

@@ -29,12 +29,13 @@ namespace tavlo::reader {
 /// | "validity_today" | "valid"            | "expired", "not_yet_valid"              | as above              |
 /// | "DG1" ...        | "hash_match"       | "hash_mismatch", "not_in_sod"           | "no_sod", "not_sent"  |
 struct AuthenticationStep {
+  /// How a step went; notChecked when what it needs was not there.
   enum class Result { passed, failed, notChecked };
-  std::string name;  ///< machine-readable, such as "signature" or "DG1"
-  Result result = Result::notChecked;
-  std::string reason;    ///< machine-readable, such as "hash_mismatch"
-  std::string text;      ///< one sentence for a person, without personal data
-  bool required = true;  ///< whether the document is only trusted when this step passed
+  std::string name;                    ///< machine-readable, such as "signature" or "DG1"
+  Result result = Result::notChecked;  ///< how it went
+  std::string reason;                  ///< machine-readable, such as "hash_mismatch"
+  std::string text;                    ///< one sentence for a person, without personal data
+  bool required = true;                ///< whether the document is only trusted when this step passed
 };
 
 /// All steps in the order of the table, those that could not be taken as well; then one step for DG1 and for each group
@@ -44,7 +45,7 @@ struct AuthenticationStep {
 /// Groups that are listed in the SOD but were not sent do no harm, except DG1: some never leave the chip, or only for a
 /// terminal of the state.
 struct AuthenticationReport {
-  std::vector<AuthenticationStep> steps;
+  std::vector<AuthenticationStep> steps;  ///< in the order of the table
   /// Whether every required step passed.
   [[nodiscard]] bool isTrusted() const;
 };
