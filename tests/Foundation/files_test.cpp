@@ -67,20 +67,4 @@ TEST(Bundle, FindsNamedFilesAndNothingOutside) {
   for (const char* name : {"b.png", "", ".", "..", "../secret"}) EXPECT_EQ(bundle.resource(name), std::nullopt) << name;
 }
 
-TEST(Bundle, AHostPutsItsOwnInAndTakesItBack) {
-  static const Data bytes{1, 2};
-  static const CompiledBundle::Resource resources[] = {{"r", bytes}};
-  const auto own = std::make_shared<CompiledBundle>(resources);
-  const auto previous = Bundle::installMain(own);
-  EXPECT_EQ(Bundle::main()->resource("r"), bytes);
-  EXPECT_EQ(Bundle::installMain(previous), own);
-  EXPECT_EQ(Bundle::main()->resource("r"), std::nullopt);
-
-  const auto makeEmpty = []() -> std::shared_ptr<Bundle> { return std::make_shared<FolderBundle>("/nowhere"); };
-  EXPECT_EQ(Bundle::ofLibrary("Lib", makeEmpty)->resource("r"), std::nullopt);
-  Bundle::installOfLibrary("Lib", own);
-  EXPECT_EQ(Bundle::ofLibrary("Lib", makeEmpty), own);
-  EXPECT_EQ(Bundle::installOfLibrary("Lib", nullptr), own);
-}
-
 }  // namespace tavlo::foundation

@@ -31,41 +31,34 @@ TEST(Text, UTF8IsCheckedAndMended) {
 }
 
 TEST(Text, HexIsLowerCaseAndReadInBothCases) {
-  EXPECT_EQ(toHexString(Data{0x0A, 0xFF}), "0aff");
-  EXPECT_EQ(toHexString({}), "");
   Data all(40'001);
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i * 7 / 3);
   const std::string hex = toHexString(all);
+  EXPECT_TRUE(hex.starts_with("0002040709")) << hex.substr(0, 10);
   EXPECT_EQ(hex.find_first_not_of("0123456789abcdef"), std::string::npos);
   EXPECT_EQ(dataFromHex(hex), all);
   EXPECT_EQ(dataFromHex("0aFf"), (Data{0x0A, 0xFF}));
   for (const char* text : {"0", "0g", " 0", "0x"}) EXPECT_EQ(dataFromHex(text), std::nullopt);
 }
 
-TEST(Text, PrintGoesToStandardOutputOrToTheHandler) {
+TEST(Text, PrintGoesInWholeLinesToStandardOutputOrToTheHandler) {
   testing::internal::CaptureStdout();
-  print("to standard output");
   {
     const test::Printed printed;
     print("to the handler");
     EXPECT_EQ(printed.lines(), std::vector<std::string>{"to the handler"});
   }
-  print("back");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "to standard output\nback\n");
-}
-
-TEST(Text, LinesOfSeveralThreadsDoNotMix) {
-  testing::internal::CaptureStdout();
-  const auto printMany = [](char c) {
-    for (int i = 0; i < 200; ++i) print(std::string(5000, c));
-  };
-  std::thread other(printMany, 'a');
-  printMany('b');
-  other.join();
-  std::istringstream output(testing::internal::GetCapturedStdout());
-  for (std::string line; std::getline(output, line);) {
-    ASSERT_TRUE(line == std::string(5000, 'a') || line == std::string(5000, 'b'));
+  std::vector<std::jthread> threads;
+  for (const char c : {'a', 'b'}) {
+    threads.emplace_back([c] {
+      for (int i = 0; i < 200; ++i) print(std::string(5000, c));
+    });
   }
+  threads.clear();
+  std::istringstream output(testing::internal::GetCapturedStdout());
+  std::size_t count = 0;
+  for (std::string line; std::getline(output, line); ++count) ASSERT_EQ(line, std::string(5000, line.front()));
+  EXPECT_EQ(count, 400U);
 }
 
 }  // namespace tavlo::foundation

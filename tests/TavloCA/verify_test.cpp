@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "support/Documents.hpp"
-#include "support/Printed.hpp"
 #include "support/StandIns.hpp"
 
 namespace tavlo {
@@ -12,16 +11,14 @@ namespace {
 
 using namespace foundation;
 
-/// What a completion was called with, and how often.
-struct Outcome {
-  int calls = 0;
-  std::optional<Data> data;
-  std::exception_ptr error;
-
-  Completion completion() {
-    return [this](auto body, auto failure) { ++calls, data = std::move(body), error = std::move(failure); };
-  }
-};
+/// Each call of the completion that `start` is given, as "[data|error]".
+std::string callsOf(const std::function<void(Completion)>& start) {
+  std::string calls;
+  start([&](const std::optional<Data>& data, const std::exception_ptr& error) {
+    calls.append("[").append(data ? textOf(*data) : "no data").append("|").append(localizedDescription(error)) += "]";
+  });
+  return calls;
+}
 
 struct FakeKeyStore final : store::KeyStore {
   enum class Mode { sound, none, throws } mode = Mode::sound;
@@ -30,12 +27,10 @@ struct FakeKeyStore final : store::KeyStore {
   std::optional<security::SecKeyPair> createKeypair(std::string_view keyAlias, security::SecKeyType type,
                                                     bool ephemeral) override {
     aliases.emplace_back(keyAlias);
-    EXPECT_EQ(type, security::SecKeyType::ellipticCurve);
-    EXPECT_FALSE(ephemeral);
+    EXPECT_TRUE(type == security::SecKeyType::ellipticCurve && !ephemeral);
     if (mode == Mode::throws) throw std::out_of_range("the store's own");
     if (mode == Mode::none) return std::nullopt;
-    const auto key = std::make_shared<test::FakeKey>();
-    return security::SecKeyPair{key, key};
+    return security::SecKeyPair{nullptr, std::make_shared<test::FakeKey>()};
   }
 };
 
@@ -48,9 +43,7 @@ struct OwnPassport : Passport {
 class Verify : public testing::Test {
  protected:
   Verify() {
-    model_.add(reader::DataGroup::parse(test::com(Data{0x61})));
-    model_.add(reader::DataGroup::parse(test::dataGroup1()));
-    session_->body = dataOf("{\"answer\":1}");
+    for (const Data& file : {test::com(Data{0x61}), test::dataGroup1()}) model_.add(reader::DataGroup::parse(file));
   }
 
   std::shared_ptr<test::FakeSession> session_ = std::make_shared<test::FakeSession>();
@@ -63,12 +56,8 @@ class Verify : public testing::Test {
 
 TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   const auto passport = make<OwnPassport>(model_);
-  Outcome outcome;
-  TavloCA::verify(model_, *passport, {}, outcome.completion());
-
-  EXPECT_EQ(outcome.calls, 1);
-  EXPECT_EQ(outcome.data, dataOf("{\"answer\":1}"));
-  EXPECT_EQ(outcome.error, nullptr);
+  session_->body = dataOf("answer");
+  EXPECT_EQ(callsOf([&](const auto& done) { TavloCA::verify(model_, *passport, {}, done); }), "[answer|]");
   EXPECT_EQ(keys_->aliases, std::vector<std::string>{"own/L898902C3"});
   ASSERT_EQ(session_->requests.size(), 1U);
   const auto& request = session_->requests.front();
@@ -82,31 +71,31 @@ TEST_F(Verify, PostsWhatTheBuilderMakesAndHandsTheAnswerOver) {
   EXPECT_EQ(lines.back(), textOf(request.httpBody));
   EXPECT_EQ(toJSON(lines.back())->at("signing"), (JSONObject{{"mdlPublicKey", "04ab"}}));
 
-  TavloCA::verify({}, *passport, {}, outcome.completion());
+  TavloCA::verify({}, *passport, {}, [](const auto&...) {});
   EXPECT_EQ(session_->requests.size(), 2U) << "a model without groups is posted too";
 }
 
 TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
   const auto passport = make<Passport>(model_);
   const std::tuple<FakeKeyStore::Mode, std::string, std::string> rows[] = {
-      {FakeKeyStore::Mode::throws, "1", "the store's own"},
-      {FakeKeyStore::Mode::none, "1", "CAError: Could not create keypair"},
-      {FakeKeyStore::Mode::sound, "\xFF", "CAError: Could not create verification object"}};
-  for (const auto& [mode, version, error] : rows) {
+      {FakeKeyStore::Mode::throws, "1", "[no data|the store's own]"},
+      {FakeKeyStore::Mode::none, "1", "[no data|CAError: Could not create keypair]"},
+      {FakeKeyStore::Mode::sound, "\xFF", "[no data|CAError: Could not create verification object]"}};
+  for (const auto& [mode, version, expected] : rows) {
     keys_->mode = mode;
     const StandIn<uikit::UIDevice> device(std::make_shared<test::FakeDevice>(version));
-    Outcome outcome;
-    TavloCA::verify(model_, *passport, {}, outcome.completion());
-    EXPECT_EQ(outcome.calls, 1);
-    EXPECT_EQ(outcome.data, std::nullopt);
-    EXPECT_EQ(localizedDescription(outcome.error), error);
-
-    const auto throwing = [&](const auto&, const auto&) {
-      ++outcome.calls;
+    EXPECT_EQ(callsOf([&](const auto& done) { TavloCA::verify(model_, *passport, {}, done); }), expected);
+    int calls = 0;
+    const auto throwing = [&](const auto&...) {
+      ++calls;
       throw std::logic_error("in the completion");
     };
     EXPECT_THROW(TavloCA::verify(model_, *passport, {}, throwing), std::logic_error);
-    EXPECT_EQ(outcome.calls, 2) << "a completion that throws is not called again";
+    EXPECT_EQ(calls, 1) << "a completion that throws is not called again";
+  }
+  for (const auto* text : {"", "not a url", "http://h/\r\nX: y", "127.0.0.1:80/x", "http://\xC3\xA5.example/"}) {
+    const auto calls = callsOf([=](const auto& done) { TavloCA::post({}, text, done); });
+    EXPECT_EQ(calls, "[no data|CAError: Empty URL]") << text;
   }
   EXPECT_TRUE(session_->requests.empty());
   EXPECT_EQ(printed_.lines().back(), "Could not encode jsonData");
@@ -114,37 +103,21 @@ TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
 
 TEST_F(Verify, PostReportsEachPairOfTheSession) {
   const auto lost = std::make_exception_ptr(URLError(URLError::Code::networkConnectionLost));
-  using Lines = std::vector<std::string>;
-  const std::tuple<std::optional<Data>, std::exception_ptr, bool, Lines> rows[] = {
-      {dataOf("x"), nullptr, true, {}},
-      {Data{}, nullptr, true, {}},
-      {std::nullopt, lost, false, {"The network connection was lost."}},
-      {dataOf("x"), lost, false, {"The network connection was lost."}},
-      {std::nullopt, nullptr, false, {"No data"}}};
-  for (const auto& [body, error, handsBodyOver, lines] : rows) {
+  const std::string message = "The network connection was lost.";
+  const std::tuple<std::optional<Data>, std::exception_ptr, std::string, std::vector<std::string>> rows[] = {
+      {dataOf("x"), nullptr, "[x|]", {}},
+      {Data{}, nullptr, "[|]", {}},
+      {std::nullopt, lost, "[no data|" + message + "]", {message}},
+      {dataOf("x"), lost, "[no data|" + message + "]", {message}},
+      {std::nullopt, nullptr, "[no data|]", {"No data"}}};
+  for (const auto& [body, error, calls, lines] : rows) {
     session_->body = body;
     session_->error = error;
     const test::Printed printed;
-    Outcome outcome;
-    TavloCA::post(dataOf("body"), "http://example.test/x", outcome.completion());
-    EXPECT_EQ(outcome.calls, 1);
-    EXPECT_EQ(outcome.data, handsBodyOver ? body : std::nullopt);
-    EXPECT_EQ(outcome.error, error);
+    EXPECT_EQ(callsOf([](const auto& done) { TavloCA::post(dataOf("body"), "http://h/x", done); }), calls);
     EXPECT_EQ(printed.lines(), lines);
   }
   EXPECT_EQ(session_->requests.back().httpBody, dataOf("body"));
-}
-
-TEST_F(Verify, PostRefusesWhatIsNoURLAtOnce) {
-  for (const char* text : {"", "not a url", "http://h/\r\nX: y", "127.0.0.1:80/x", "http://\xC3\xA5.example/"}) {
-    Outcome outcome;
-    TavloCA::post({}, text, outcome.completion());
-    EXPECT_EQ(outcome.calls, 1) << text;
-    EXPECT_EQ(outcome.data, std::nullopt);
-    EXPECT_EQ(localizedDescription(outcome.error), "CAError: Empty URL") << text;
-  }
-  EXPECT_TRUE(session_->requests.empty());
-  EXPECT_TRUE(printed_.lines().empty());
 }
 
 }  // namespace

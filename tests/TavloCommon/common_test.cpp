@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <random>
 
 #include "support/StandIns.hpp"
@@ -17,10 +16,7 @@ TEST(Base64Test, writesAndReadsWhatTheStandardAllows) {
   Data all(600'000);
   std::minstd_rand random(7);  // NOLINT(cert-msc51-cpp): the same bytes each time
   for (auto& byte : all) byte = static_cast<std::uint8_t>(random() >> 8U);
-  for (const std::size_t size : {767U, 768U, 769U, 50'000U}) {
-    const Data some(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(size));
-    EXPECT_EQ(dataFromBase64Url(base64UrlEncodedString(some).value()), some);
-  }
+  EXPECT_EQ(dataFromBase64Url(base64UrlEncodedString(all).value()), all);
   const std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   for (std::size_t size = 0; size <= 200; ++size) {
     std::string text;
@@ -29,18 +25,15 @@ TEST(Base64Test, writesAndReadsWhatTheStandardAllows) {
       text += digits[(unsigned{all[bit / 8]} << 8U | next) >> (10 - bit % 8) & 63U];
     }
     EXPECT_EQ(base64UrlEncodedString(DataView(all).first(size)), text);
+    EXPECT_TRUE(std::ranges::equal(dataFromBase64Url(text).value(), DataView(all).first(size)));
   }
   EXPECT_FALSE(base64UrlEncodedPNG({}));
   for (const std::size_t side : {1U, 20U, 400U}) {  // the last goes out in several pieces
     const auto image = uikit::UIImage::fromPixels(all, side, side, 3 * side, uikit::PixelFormat::rgb);
     EXPECT_EQ(base64UrlEncodedPNG(image), base64UrlEncodedString(UIImagePNGRepresentation(image).value()));
   }
-  const std::tuple<Data, std::string, std::string> vectors[] = {
-      {dataOf("f"), "Zg", "=="}, {{}, "", ""}, {{0xFB, 0xEF, 0xFF, 0xFE, 0}, "--___gA", "="}};
-  for (const auto& [bytes, text, padding] : vectors) {
-    EXPECT_EQ(base64UrlEncodedString(bytes), text);
-    EXPECT_EQ(dataFromBase64Url(text), bytes);
-    EXPECT_EQ(dataFromBase64Url(text + padding), bytes);
+  for (const auto* text : {"--___gA", "--___gA="}) {
+    EXPECT_EQ(dataFromBase64Url(text), (Data{0xFB, 0xEF, 0xFF, 0xFE, 0})) << text;
   }
   for (const char* text : {"Z", "Zm9vY", "Zg=", "Zm8==", "=", "==", "====", "Zm9v=", "Zm9v====", "Zg==Zg==", "Zh",
                            "Zm9", "Zm+v", "Zm/v", "Zm9v ", "Zm9\n", "Zm\xC3\xA9"}) {

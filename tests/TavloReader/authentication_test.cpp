@@ -4,20 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <openssl/cms.h>
-#include <openssl/ec.h>
-#include <openssl/x509v3.h>
-
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "support/Documents.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/TestCertificate.hpp"
 
 namespace tavlo::reader {
 namespace {
@@ -97,53 +87,7 @@ TEST(Authentication, JudgesSamplesByWhatTheyState) {
   }
 }
 
-using Key = std::shared_ptr<EVP_PKEY>;
-
-struct Holder {
-  Key key;
-  std::shared_ptr<X509> certificate;
-};
-
-struct Profile {
-  const char* usage = "critical,digitalSignature";
-  const char* constraints = nullptr;
-  const char* purpose = nullptr;
-  int lastDay = 10;
-  const EVP_MD* digest = EVP_sha256();
-};
-
-Key newKey() {
-  return {EVP_EC_gen("brainpoolP256r1"), EVP_PKEY_free};
-}
-
-/// A certificate from ten days ago until the last day, counted from today, by `issuer` or by itself.
-Holder certify(const char* name, const Key& key, const Holder* issuer, const Profile& profile = {}) {
-  static long serial = 0;
-  const Holder made{key, {X509_new(), X509_free}};
-  X509* const x = made.certificate.get();
-  X509_set_version(x, X509_VERSION_3);
-  ASN1_INTEGER_set(X509_get_serialNumber(x), ++serial);
-  X509_time_adj_ex(X509_getm_notBefore(x), -10, 0, nullptr);
-  X509_time_adj_ex(X509_getm_notAfter(x), profile.lastDay, 0, nullptr);
-  X509_NAME_add_entry_by_txt(X509_get_subject_name(x), "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>(name),
-                             -1, -1, 0);
-  if (issuer == nullptr) issuer = &made;
-  X509_set_issuer_name(x, X509_get_subject_name(issuer->certificate.get()));
-  X509_set_pubkey(x, key.get());
-  X509V3_CTX context;
-  X509V3_set_ctx(&context, issuer->certificate.get(), x, nullptr, nullptr, 0);
-  for (const auto& [nid, value] : {std::pair{NID_subject_key_identifier, "hash"},
-                                   {NID_authority_key_identifier, "keyid"},
-                                   {NID_key_usage, profile.usage},
-                                   {NID_basic_constraints, profile.constraints},
-                                   {NID_ext_key_usage, profile.purpose}}) {
-    if (value == nullptr) continue;
-    const Owned<X509_EXTENSION, X509_EXTENSION_free> extension(X509V3_EXT_conf_nid(nullptr, &context, nid, value));
-    X509_add_ext(x, extension.get(), -1);
-  }
-  X509_sign(x, issuer->key.get(), profile.digest);
-  return made;
-}
+using Holder = TestCertificate;
 
 const int listType = OBJ_create("2.23.136.1.1.1", nullptr, nullptr);
 
@@ -176,21 +120,19 @@ TEST(Authentication, FollowsTheChainToASelfSignedAuthority) {
   const std::string unknown = "untrusted !chain=issuer_unknown";
   const std::string barred = "untrusted !chain=issuer_not_allowed";
   const std::string purpose = "untrusted !chain=signer_not_allowed";
-  const Profile authority{"critical,keyCertSign", "critical,CA:TRUE,pathlen:0"};
-  const Profile ended{"keyCertSign", "CA:TRUE", nullptr, -1};
-  const Key nextKey(EVP_RSA_gen(2048), EVP_PKEY_free);
-  const Key key = newKey();
-  const Holder csca = certify("CSCA", newKey(), nullptr, authority);
-  const Holder next = certify("CSCA", nextKey, nullptr, authority);
-  const Holder link = certify("CSCA", nextKey, &csca, authority);
-  const Holder endedLink = certify("CSCA", nextKey, &csca, ended);
-  const Holder noAuthority = certify("CSCA", nextKey, nullptr, {"keyCertSign", "CA:FALSE"});
-  const Holder noIssuer = certify("CSCA", nextKey, nullptr, {"digitalSignature", "CA:TRUE"});
-  const Holder signer = certify("DS", key, &csca);
-  const Holder nextSigner = certify("DS", key, &next);
-  const Holder selfSigned = certify("DS", key, nullptr);
+  const Holder::Extensions signing{{NID_key_usage, "critical,digitalSignature"}};
+  const Holder::Extensions issuing{{NID_key_usage, "critical,keyCertSign"},
+                                   {NID_basic_constraints, "critical,CA:TRUE,pathlen:0"}};
+  const auto curve = "brainpoolP256r1";
+  const Holder::Key nextKey(EVP_RSA_gen(2048), EVP_PKEY_free), key = Holder::newKey(curve);
+  const Holder csca("CSCA", Holder::newKey(curve), nullptr, issuing), next("CSCA", nextKey, nullptr, issuing);
+  const Holder link("CSCA", nextKey, &csca, issuing), endedLink("CSCA", nextKey, &csca, issuing, -60);
+  const Holder noAuthority("CSCA", nextKey, nullptr, {issuing[0], {NID_basic_constraints, "CA:FALSE"}});
+  const Holder noIssuer("CSCA", nextKey, nullptr, {signing[0], issuing[1]});
+  const Holder signer("DS", key, &csca, signing), nextSigner("DS", key, &next, signing);
+  const Holder selfSigned("DS", key, nullptr, signing);
   std::vector<Holder> many;
-  while (many.size() < 16) many.push_back(certify("Other", key, &csca));
+  while (many.size() < 16) many.push_back(Holder("Other", key, &csca, signing));
   const std::tuple<Data, std::vector<Holder>, std::string> rows[] = {
       {sign(signer), {next, csca}, "trusted"},
       {sign(signer, {}, CMS_NOATTR), {csca}, "trusted"},
@@ -205,14 +147,12 @@ TEST(Authentication, FollowsTheChainToASelfSignedAuthority) {
       {sign(nextSigner, {endedLink}), {csca, next}, "trusted"},
       {sign(nextSigner), {noAuthority}, barred},
       {sign(nextSigner), {noIssuer}, barred},
-      {sign(certify("DS", newKey(), &signer), {signer}), {csca}, barred},
-      {sign(certify("DS", key, &csca, {nullptr})), {csca}, "trusted"},
-      {sign(certify("DS", key, &csca, {"keyCertSign"})), {csca}, purpose},
-      {sign(certify("DS", key, &csca, {"digitalSignature", "CA:TRUE"})), {csca}, purpose},
-      {sign(certify("DS", key, &csca, {"digitalSignature", nullptr, "serverAuth"})), {csca}, purpose},
-      {sign(certify("DS", key, &next, {nullptr, nullptr, nullptr, 10, EVP_md5()})),
-       {next},
-       "untrusted !chain=algorithm_refused"},
+      {sign(Holder("DS", Holder::newKey(curve), &signer, signing), {signer}), {csca}, barred},
+      {sign(Holder("DS", key, &csca, {})), {csca}, "trusted"},
+      {sign(Holder("DS", key, &csca, {issuing[0]})), {csca}, purpose},
+      {sign(Holder("DS", key, &csca, {signing[0], issuing[1]})), {csca}, purpose},
+      {sign(Holder("DS", key, &csca, {signing[0], {NID_ext_key_usage, "serverAuth"}})), {csca}, purpose},
+      {sign(Holder("DS", key, &next, {}, 3600, EVP_md5())), {next}, "untrusted !chain=algorithm_refused"},
       {sign(signer, {}, CMS_NOCERTS), {csca}, "untrusted !signer=not_found"},
       {sign(signer, {}, 0, listOfHashes(), NID_pkcs7_data), {csca}, "untrusted !signature=invalid"},
       {sign(signer, many), {csca}, "untrusted !sod=malformed"},

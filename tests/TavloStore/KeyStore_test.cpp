@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <set>
 #include <thread>
 
+#include "support/Errors.hpp"
 #include "support/TemporaryFolder.hpp"
 
 namespace tavlo::store {
@@ -59,11 +59,8 @@ TEST_F(KeyStoreTest, keepsNoEphemeralPairAndGivesNoneForTheEmptyAlias) {
 
 TEST_F(KeyStoreTest, leavesADamagedEntryAsItIs) {
   const auto expectRefusal = [&](SecKeyType type = curve) {
-    try {
-      ADD_FAILURE() << publicKey("TV0000042", type).size();
-    } catch (const std::runtime_error& error) {
-      EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos) << error.what();
-    }
+    const auto error = test::errorOf<std::runtime_error>([&] { return publicKey("TV0000042", type); });
+    EXPECT_NE(std::string(error.value().what()).find(file.string()), std::string::npos) << error->what();
   };
   (void)publicKey("TV0000042");
   const Data sound = contentsOf(file);

@@ -7,19 +7,13 @@
 
 namespace tavlo::test {
 
-/// Catches the console lines of its scope.
-class Printed {
+/// Lines that threads write at once.
+class Lines {
  public:
-  Printed() {
-    previous_ = foundation::setPrintHandler([this](std::string_view line) {
-      const std::lock_guard lock(mutex_);
-      lines_.emplace_back(line);
-    });
+  void add(std::string line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
   }
-  ~Printed() { foundation::setPrintHandler(std::move(previous_)); }
-  Printed(const Printed&) = delete;
-  Printed& operator=(const Printed&) = delete;
-
   [[nodiscard]] std::vector<std::string> lines() const {
     const std::lock_guard lock(mutex_);
     return lines_;
@@ -28,7 +22,15 @@ class Printed {
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> lines_;
-  foundation::PrintHandler previous_;
+};
+
+/// Catches the console lines of its scope.
+class Printed : public Lines {
+ public:
+  ~Printed() { foundation::setPrintHandler(std::move(previous_)); }
+
+ private:
+  foundation::PrintHandler previous_ = foundation::setPrintHandler([this](auto line) { add(std::string(line)); });
 };
 
 }  // namespace tavlo::test

@@ -8,7 +8,8 @@
 #include <UIKit/UIDevice.hpp>
 
 #include <map>
-#include <utility>
+
+#include "support/Printed.hpp"
 
 /// Services that a test puts in place of the real ones, with foundation::StandIn.
 namespace tavlo::test {
@@ -55,25 +56,16 @@ struct FakeImageStore final : common::ImageStore {
   }
 };
 
-/// Catches the log messages of its scope and thread as "level: text".
-class Logged {
+/// Catches the log messages of its scope as "level: text".
+class Logged : public Lines {
  public:
-  Logged() {
-    previous_ = reader::Log::setHandler([this](reader::Log::Level level, std::string_view message) {
-      static constexpr std::string_view names[] = {"debug", "info", "warning", "error"};
-      messages_.push_back(std::string(names[static_cast<std::size_t>(level)]) + ": " + std::string(message));
-    });
-  }
   ~Logged() { reader::Log::setHandler(std::move(previous_)); }
-  Logged(const Logged&) = delete;
-  Logged& operator=(const Logged&) = delete;
-
-  /// What was logged since the last call.
-  [[nodiscard]] std::vector<std::string> take() { return std::exchange(messages_, {}); }
 
  private:
-  std::vector<std::string> messages_;
-  reader::Log::Handler previous_;
+  reader::Log::Handler previous_ = reader::Log::setHandler([this](reader::Log::Level level, std::string_view message) {
+    static constexpr const char* names[] = {"debug: ", "info: ", "warning: ", "error: "};
+    add(names[static_cast<std::size_t>(level)] + std::string(message));
+  });
 };
 
 }  // namespace tavlo::test
