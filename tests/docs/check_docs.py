@@ -18,7 +18,7 @@ SOURCE = pathlib.Path(sys.argv[1]).resolve()
 PAGES = sorted([*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md"), *SOURCE.glob("samples/*.md")])
 LANGUAGES = {"sh", "text", "cpp", "c", "cmake", "json", "python", "swift", "kotlin"}
 # What runs for long, installs something or is run by the checks themselves; that it exists is checked all the same.
-NOT_RUN = re.compile(r"(sudo |apt|git |cmake |ctest |cpack |ninja |\./run-|benchmarks/run|scripts/|fuzz/run|build/|TAVLO_\w+=)")
+NOT_RUN = re.compile(r"(sudo |apt|git |cmake |ctest |cpack |ninja |\./run-|benchmarks/run|scripts/|fuzz/run|build/|(TAVLO|FUZZ)_\w+=)")
 PREAMBLE = """#include <Foundation/JSONDecoder.hpp>
 #include <Foundation/JSONEncoder.hpp>
 #include <Foundation/Print.hpp>
