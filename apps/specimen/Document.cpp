@@ -102,10 +102,19 @@ void write(const Files& files, const fs::path& folder) {
   if (!fs::is_empty(folder)) {
     throw std::system_error(std::make_error_code(std::errc::directory_not_empty), folder.string());
   }
-  for (const auto& [id, file] : files) {
-    const std::string group(name(id));
-    const std::string fileName = (group.starts_with("DG") ? group : "EF_" + group) + ".bin";
-    foundation::writePrivately(folder / fileName, file, foundation::IfExists::fail);
+  std::vector<fs::path> written;
+  try {
+    for (const auto& [id, file] : files) {
+      const std::string group(name(id));
+      written.push_back(folder / ((group.starts_with("DG") ? group : "EF_" + group) + ".bin"));
+      if (foundation::writePrivately(written.back(), file, foundation::IfExists::fail)) continue;
+      written.pop_back();
+      throw std::system_error(std::make_error_code(std::errc::directory_not_empty), folder.string());
+    }
+  } catch (...) {  // what is there would pass for a document without the other groups
+    std::error_code ignored;
+    for (const fs::path& file : written) fs::remove(file, ignored);
+    throw;
   }
 }
 

@@ -1,6 +1,7 @@
 #include "DocumentFolder.hpp"
 
 #include <Foundation/JSONDecoder.hpp>
+#include <Foundation/Uninterrupted.hpp>
 #include <TavloCommon/FileImageStore.hpp>
 
 #include <fcntl.h>
@@ -49,11 +50,6 @@ std::string newId() {
 bool isPlainName(std::string_view name) {
   const auto isUnfit = [](char c) { return c == '/' || c == '\x7F' || static_cast<unsigned char>(c) < 0x20; };
   return !name.empty() && name.size() <= 255 && !name.starts_with('.') && std::ranges::none_of(name, isUnfit);
-}
-
-/// The name that foundation::writePrivately gives a file until it is whole.
-bool isTemporary(const std::string& name) {
-  return name.starts_with('.') && name.ends_with(".tmp");
 }
 
 /// Where the credential of the document in `record` is kept, if it has one.
@@ -107,9 +103,12 @@ void removeFiles(const fs::path& folder, IsUnwanted isUnwanted) {
 /// A lock on a file that is given up with this object or the process.
 class DocumentFolder::Lock {
  public:
-  Lock(const fs::path& file, Access access)
-      : fd_(::open(file.c_str(), O_CLOEXEC | (access == Access::change ? O_RDWR | O_CREAT : O_RDONLY), 0600)) {
-    if (fd_ >= 0 && ::flock(fd_, access == Access::change ? LOCK_EX : LOCK_SH) == 0) return;
+  Lock(const fs::path& file, Access access) {
+    const bool isForChange = access == Access::change;
+    const int flags = O_CLOEXEC | (isForChange ? O_RDWR | O_CREAT : O_RDONLY);
+    fd_ = foundation::uninterrupted([&] { return ::open(file.c_str(), flags, 0600); });
+    const auto lock = [&] { return ::flock(fd_, isForChange ? LOCK_EX : LOCK_SH); };
+    if (fd_ >= 0 && foundation::uninterrupted(lock) == 0) return;
     const int reason = errno;
     if (fd_ >= 0) ::close(fd_);
     throw std::system_error(reason, std::generic_category(), "cannot lock " + file.string());
@@ -153,6 +152,10 @@ class DocumentFolder::Pictures final : public common::ImageStore {
   [[nodiscard]] fs::path file(const std::string& name) const { return folder_ / name; }
   [[nodiscard]] const fs::path& folder() const { return folder_; }
   [[nodiscard]] bool isNew(const std::string& name) const { return new_.contains(name); }
+  /// From now on a record may name these, even one that cannot be read at that moment.
+  void settle(const std::set<std::string>& names) {
+    for (const std::string& name : names) new_.erase(name);
+  }
   /// Throws why a picture was not kept, if there is one.
   void requireAll() const {
     if (problem_) std::rethrow_exception(problem_);
@@ -171,7 +174,7 @@ Failure documentsFailure(const std::system_error& error) {
     text = named->path1().string() + ": " + error.code().message();
   }
   if (error.code() == std::errc::no_space_on_device) {
-    text += ". Nothing was changed: free some space and try again";
+    text += ". Free some space and try again";
   } else if (error.code() == std::errc::read_only_file_system || error.code() == std::errc::permission_denied) {
     text += ". Make the folder accessible, or name another with --folder";
   }
@@ -292,7 +295,9 @@ void DocumentFolder::replace(const std::string& id, DataView json) {
 void DocumentFolder::remove(const std::string& id) {
   fs::remove(existing(id));
   ::unlink(credentialBeside(fileOf(id)).c_str());
-  foundation::flushFolder(folder_);  // before its pictures go
+  access_ = Access::read;  // as long as the record may come back, its pictures do not go
+  foundation::flushFolder(folder_);
+  access_ = Access::change;
 }
 
 fs::path DocumentFolder::fileOf(const std::string& id) const {
@@ -321,7 +326,7 @@ std::set<std::string> DocumentFolder::recordFiles() const {
 void DocumentFolder::write(const std::string& id, DataView json) {
   pictures_->requireAll();
   try {
-    (void)parse({json.begin(), json.end()});
+    pictures_->settle(pictureNames(*parse({json.begin(), json.end()}).document));
   } catch (const std::exception& error) {
     throw Failure(ExitCode::documents, std::string("The document cannot be kept: ") + error.what());
   }
@@ -351,9 +356,10 @@ std::map<std::string, std::string> DocumentFolder::sweep() {
   Contents all = contents();
   std::set<std::string> named;
   for (const auto& [id, stored] : all.documents) named.merge(pictureNames(*stored.document));
-  removeFiles(folder_, isTemporary);
+  foundation::sweepTemporaryFiles(folder_);
+  foundation::sweepTemporaryFiles(pictures_->folder());
   removeFiles(pictures_->folder(), [&](const std::string& name) {
-    return isTemporary(name) || (!named.contains(name) && (all.damaged.empty() || pictures_->isNew(name)));
+    return !named.contains(name) && (all.damaged.empty() || pictures_->isNew(name));
   });
   return std::move(all.damaged);
 }

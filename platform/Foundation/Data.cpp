@@ -1,8 +1,10 @@
 #include <Foundation/Data.hpp>
 #include <Foundation/Hex.hpp>
+#include <Foundation/Uninterrupted.hpp>
 
 #include <fcntl.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,6 +24,10 @@ namespace {
   throw std::system_error(code, std::generic_category(), what);
 }
 
+int openFile(const std::filesystem::path& path, int flags) {
+  return uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR); });
+}
+
 /// A descriptor that is closed when it goes out of scope.
 class FileDescriptor {
  public:
@@ -33,12 +39,12 @@ class FileDescriptor {
   FileDescriptor& operator=(const FileDescriptor&) = delete;
 
   [[nodiscard]] int get() const { return fd_; }
-  /// Closes now; a delayed write error shows here. Gives whether it went well.
-  [[nodiscard]] bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
 
  private:
   int fd_;
 };
+
+constexpr std::size_t temporaryNameSize = 8;  // in bytes
 
 /// A file that is removed when it goes out of scope, unless it was kept.
 class TemporaryFile {
@@ -55,10 +61,16 @@ class TemporaryFile {
   std::filesystem::path path_;
 };
 
+/// The name of a TemporaryFile, and of nothing else.
+bool isTemporaryName(const std::string& name) {
+  constexpr std::size_t end = 1 + 2 * temporaryNameSize;
+  return name.size() == end + 4 && name.front() == '.' && name.ends_with(".tmp") &&
+         name.find_first_not_of("0123456789abcdef", 1) == end;
+}
+
 void writeAll(int fd, DataView bytes, const std::string& name) {
   while (!bytes.empty()) {
-    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written = uninterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
     if (written < 0) throwSystemError(errno, "cannot write " + name);
     bytes = bytes.subspan(static_cast<std::size_t>(written));
   }
@@ -84,7 +96,7 @@ Data contentsOf(const std::filesystem::path& path, std::size_t limit) {
   // A path with a NUL byte would be cut short by the system and name another file.
   if (path.native().find('\0') != std::string::npos) throwSystemError(EINVAL, "cannot open a name with a NUL byte");
   // Without O_NONBLOCK, opening a pipe that nobody writes to would wait for ever.
-  const FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const FileDescriptor fd(openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
   if (fd.get() < 0) throwSystemError(errno, "cannot open " + path.string());
   struct stat status {};
   if (::fstat(fd.get(), &status) != 0) throwSystemError(errno, "cannot read " + path.string());
@@ -95,8 +107,7 @@ Data contentsOf(const std::filesystem::path& path, std::size_t limit) {
   Data bytes(static_cast<std::size_t>(status.st_size));
   std::size_t filled = 0;
   while (filled < bytes.size()) {
-    const ssize_t count = ::read(fd.get(), bytes.data() + filled, bytes.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = uninterrupted([&] { return ::read(fd.get(), bytes.data() + filled, bytes.size() - filled); });
     if (count < 0) throwSystemError(errno, "cannot read " + path.string());
     if (count == 0) break;
     filled += static_cast<std::size_t>(count);
@@ -107,12 +118,17 @@ Data contentsOf(const std::filesystem::path& path, std::size_t limit) {
 
 bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists) {
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-  const std::filesystem::path temporary = folder / ("." + randomName(8) + ".tmp");
-  FileDescriptor fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  const std::filesystem::path temporary = folder / ("." + randomName(temporaryNameSize) + ".tmp");
+  const FileDescriptor fd(openFile(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW));
   if (fd.get() < 0) throwSystemError(errno, "cannot create a file in " + folder.string());
   TemporaryFile file(temporary);
+  // Locked until it has its name. Somebody who sweeps just before takes it for one that was left: then once more.
+  struct stat status {};
+  const bool isSwept = ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (isSwept || (::fstat(fd.get(), &status) == 0 && status.st_nlink == 0))
+    return writePrivately(path, bytes, ifExists);
   writeAll(fd.get(), bytes, path.string());
-  if (::fsync(fd.get()) != 0 || !fd.close()) throwSystemError(errno, "cannot write " + path.string());
+  if (uninterrupted([&] { return ::fsync(fd.get()); }) != 0) throwSystemError(errno, "cannot write " + path.string());
 
   if (ifExists == IfExists::replace) {
     if (::rename(temporary.c_str(), path.c_str()) != 0) throwSystemError(errno, "cannot write " + path.string());
@@ -131,6 +147,15 @@ bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists 
   return true;
 }
 
+void sweepTemporaryFiles(const std::filesystem::path& folder) {
+  std::error_code ignored;
+  for (std::filesystem::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
+    if (!isTemporaryName(entry->path().filename())) continue;
+    const FileDescriptor fd(openFile(entry->path(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
+    if (fd.get() >= 0 && ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(entry->path().c_str());
+  }
+}
+
 std::string randomName(std::size_t size) {
   Data bytes(size);
   if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
@@ -140,8 +165,9 @@ std::string randomName(std::size_t size) {
 }
 
 void flushFolder(const std::filesystem::path& folder) {
-  const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() < 0 || ::fsync(fd.get()) != 0) throwSystemError(errno, "cannot flush the folder " + folder.string());
+  const FileDescriptor fd(openFile(folder, O_RDONLY | O_DIRECTORY));
+  if (fd.get() < 0 || uninterrupted([&] { return ::fsync(fd.get()); }) != 0)
+    throwSystemError(errno, "cannot flush the folder " + folder.string());
 }
 
 void createPrivateFolder(const std::filesystem::path& folder) {

@@ -47,6 +47,10 @@ enum class IfExists { replace, fail };
 /// place when only the folder could not be flushed.
 bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists ifExists = IfExists::replace);
 
+/// Removes the temporary files that killed processes have left in `folder`. Those that `writePrivately` is writing at
+/// this moment stay, in whatever process; what cannot be removed is left to the next time.
+void sweepTemporaryFiles(const std::filesystem::path& folder);
+
 /// Flushes the folder to disk, so that what was made in it or removed from it stays so after a crash. Throws
 /// std::system_error.
 void flushFolder(const std::filesystem::path& folder);

@@ -7,6 +7,7 @@ std::optional<std::string> FileImageStore::persist(const uikit::UIImage& image) 
   const auto png = uikit::UIImagePNGRepresentation(image);
   if (!png) return std::nullopt;
   foundation::createPrivateFolder(folder_);
+  if (!isSwept_.exchange(true)) foundation::sweepTemporaryFiles(folder_);
   // 128 random bits: no two images ever get the same name, and none can be guessed from another.
   std::string name = foundation::randomName(16) + ".png";
   if (!foundation::writePrivately(folder_ / name, *png, foundation::IfExists::fail)) return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include <TavloCommon/TavloCommon.hpp>
 
+#include <atomic>
 #include <filesystem>
 #include <utility>
 
@@ -10,7 +11,8 @@ namespace tavlo::common {
 /// Keeps each image as a PNG file of mode 0600 under a random name. Any thread, any number of processes.
 class FileImageStore final : public ImageStore {
  public:
-  /// Keeps its files in `folder`, which is made with mode 0700 when the first image is.
+  /// Keeps its files in `folder`, which is made with mode 0700 when the first image is. What killed processes have left
+  /// half-written there is removed then.
   explicit FileImageStore(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
   /// As declared; throws std::system_error.
@@ -21,6 +23,7 @@ class FileImageStore final : public ImageStore {
 
  private:
   std::filesystem::path folder_;
+  std::atomic<bool> isSwept_ = false;
 };
 
 }  // namespace tavlo::common

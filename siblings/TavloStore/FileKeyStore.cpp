@@ -51,9 +51,11 @@ std::optional<SecKeyPair> FileKeyStore::createKeypair(std::string_view keyAlias,
   if (auto kept = load(path, type)) return kept;
 
   foundation::createPrivateFolder(folder_);
+  if (!isSwept_.exchange(true)) foundation::sweepTemporaryFiles(folder_);
   SecKeyPair made = security::generateKeyPair(type);
   if (foundation::writePrivately(path, security::pkcs8Of(made).bytes(), foundation::IfExists::fail)) return made;
-  // Somebody else was faster, and their pair is the one that stays.
+  // Somebody else was faster, and their pair is the one that stays. It may not have reached the disk yet.
+  foundation::flushFolder(folder_);
   if (auto kept = load(path, type)) return kept;
   throw SecurityError("The key file " + path.string() + " went away while it was read, or is a link to nothing.");
 }

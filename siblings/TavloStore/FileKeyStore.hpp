@@ -2,6 +2,7 @@
 
 #include <TavloStore/Util.hpp>
 
+#include <atomic>
 #include <filesystem>
 #include <optional>
 #include <string_view>
@@ -11,7 +12,8 @@ namespace tavlo::store {
 /// Keeps each pair as a PKCS#8 file (RFC 5958, DER, not encrypted) of mode 0600. Any thread, any number of processes.
 class FileKeyStore final : public KeyStore {
  public:
-  /// Keeps its files in `folder`, which is made with mode 0700 when the first pair is.
+  /// Keeps its files in `folder`, which is made with mode 0700 when the first pair is. What killed processes have left
+  /// half-written there is removed then.
   explicit FileKeyStore(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
   /// As declared. What is thrown over an existing file names the file, what is wrong and what to do about it.
@@ -27,6 +29,7 @@ class FileKeyStore final : public KeyStore {
   [[nodiscard]] static std::optional<security::SecKeyPair> load(const std::filesystem::path& file,
                                                                 security::SecKeyType type);
   std::filesystem::path folder_;
+  std::atomic<bool> isSwept_ = false;
 };
 
 }  // namespace tavlo::store

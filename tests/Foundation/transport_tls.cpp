@@ -1,5 +1,3 @@
-#include <sys/wait.h>
-
 #include "TransportTest.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestCertificate.hpp"
@@ -100,24 +98,6 @@ TEST_F(TransportTLS, LetsAProcessEndWithTransfersUnderWay) {
   for (int i = 0; i < 12; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(startShared([](auto&) { std::exit(3); }).wait(), testing::ExitedWithCode(3), "");
   EXPECT_EXIT(startShared([](auto&) { throw 1; }).wait(), testing::KilledBySignal(SIGABRT), "");
-}
-
-TEST_F(TransportTLS, StartsAfreshInAForkedChild) {
-#ifdef TAVLO_SANITIZED
-  GTEST_SKIP() << "The sanitizers' own locks do not outlive a fork among threads.";
-#endif
-  const auto forkAndPost = [] {
-    std::vector<std::future<std::string>> outcomes(20);
-    for (auto& outcome : outcomes) outcome = startShared();
-    const pid_t child = fork();
-    if (child == 0) std::_Exit(startShared().get() == "200 ok" ? 0 : 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    for (auto& outcome : outcomes) status |= outcome.get() == "200 ok" ? 0 : 1;
-    std::_Exit(status);
-  };
-  for (int i = 0; i < 5; ++i) EXPECT_EXIT(forkAndPost(), testing::ExitedWithCode(0), "");
-  EXPECT_EQ(server.requests().size(), 5U * 21U);
 }
 
 }  // namespace

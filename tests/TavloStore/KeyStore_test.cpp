@@ -2,10 +2,8 @@
 #include <TavloStore/FileKeyStore.hpp>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <set>
-#include <thread>
 
 #include "support/Errors.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -75,22 +73,6 @@ TEST_F(KeyStoreTest, leavesADamagedEntryAsItIs) {
   fs::create_symlink("nowhere", file);
   expectRefusal();
   EXPECT_EQ(fs::read_symlink(file), "nowhere");
-}
-
-TEST_F(KeyStoreTest, givesProcessesAndThreadsAtOnceTheSamePair) {
-  for (const std::string alias : {"1", "2", "3", "4", "5"}) {
-    // noexcept: a child that fails ends there, not in a second run of the tests.
-    const auto child = [&]() noexcept { ::_exit(publicKey(alias).back()); };
-    std::vector<Data> keys(8);
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      if (::fork() == 0) child();
-    }
-    std::vector<std::jthread> threads;
-    for (Data& key : keys) threads.emplace_back([&] { key = publicKey(alias); });
-    threads.clear();
-    EXPECT_EQ(keys, std::vector(keys.size(), publicKey(alias)));
-    for (int status = 0; ::wait(&status) > 0;) EXPECT_EQ(status, W_EXITCODE(keys[0].back(), 0));
-  }
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
-#include <UIKit/UIImage.hpp>
-
-#include <gtest/gtest.h>
+#include <Foundation/Hex.hpp>
+#include <TavloCommon/FileImageStore.hpp>
+#include <TavloStore/FileKeyStore.hpp>
 
 #include <random>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "support/Program.hpp"
 
@@ -25,12 +26,6 @@ std::string contentsOf(const fs::path& file) {
 std::size_t childrenIn(const std::string& record) {
   const std::regex list("\"children\":");
   return static_cast<std::size_t>(std::distance(std::sregex_iterator(record.begin(), record.end(), list), {})) - 1;
-}
-
-/// A record with these members added, and these children.
-std::string recordWith(const std::string& members, const std::string& children = "") {
-  return "{" + members + R"("documentNumber":"1","nationality":"","lastName":"","firstName":"","dateOfBirth":"",)" +
-         R"("gender":"","documentExpiryDate":"","children":[)" + children + "]}";
 }
 
 /// `tavlo docs` with a folder of its own.
@@ -84,6 +79,12 @@ class Docs : public ProgramTest {
 
   fs::path documents_ = folder_ / "documents";
 };
+
+/// A record with these members added, and these children.
+std::string recordWith(const std::string& members, const std::string& children = "") {
+  return "{" + members + R"("documentNumber":"1","nationality":"","lastName":"","firstName":"","dateOfBirth":"",)" +
+         R"("gender":"","documentExpiryDate":"","children":[)" + children + "]}";
+}
 
 TEST_F(Docs, keepsADocumentAllItsLife) {
   const std::string id = kept({"add", "--passport", "%td3-jpeg"});
@@ -181,76 +182,173 @@ TEST_F(Docs, keepsDamagedRecordsAndTheirPictures) {
 
   fs::rename(documents_ / "images", folder_ / "images");
   expect(0, {"show", id}, "portrait, ");
-  write("documents/images", "no folder, so no picture can be kept");
-  const Files before = files();
-  for (const Words& words : {Words{"certify", id}, Words{"demo"}}) EXPECT_EQ(docs(words), 8);
-  EXPECT_EQ(files(), before);
 
   documents_ = folder_.path();
   expect(8, {"demo"});  // it has other files
 }
 
-TEST_F(Docs, losesNothingToOtherProcesses) {
-  const std::string shared = kept({"demo"});
-  const std::string docs = TAVLO_PROGRAM " docs --folder " + documents_.string();
-  run({"sh", "-c",
-       "for i in 1 2 3 4 5 6 7 8; do (id=$(" + docs + " demo); " + docs + " certify " + shared + "; " + docs +
-           " certify $id; [ $i -gt 4 ] || " + docs + " remove --yes $id) & done; wait"});
-  EXPECT_EQ(err_, "");
-  EXPECT_EQ(files(".json").size(), 5U);
-  for (const auto& [file, json] : files(".json")) EXPECT_EQ(childrenIn(json), file.starts_with(shared) ? 8U : 1U);
-  EXPECT_EQ(strayFiles(), 0U);
+std::string keyOf(const fs::path& keys, const std::string& alias) {
+  const auto pair = store::FileKeyStore(keys).createKeypair(alias, security::SecKeyType::ellipticCurve, false);
+  return foundation::toHexString(pair.value().publicKey->data());
 }
 
-/// Kills as many commands at random moments as the variable TAVLO_KILLS says.
-TEST_F(Docs, survivesBeingKilled) {
-  const char* variable = std::getenv("TAVLO_KILLS");
-  const int kills = variable == nullptr ? 50 : std::stoi(variable);
-  std::mt19937 random{std::random_device{}()};
-  const auto anyOf = [&](const Files& all) {
-    return std::next(all.begin(), static_cast<std::ptrdiff_t>(random() % all.size()))->first.substr(0, 12);
-  };
-  const auto wordsOf = [](const std::string& name, const std::string& id) {
-    return name == "demo" ? Words{name} : name == "certify" ? Words{name, id} : Words{name, id, "--yes"};
-  };
-  const std::string names[] = {"demo", "certify", "remove"};
-  double seconds[] = {1, 1, 1};  // what each took when it was last not killed
-  (void)kept({"demo"});
-  int killed = 0;
-  while (killed < kills && !HasFailure()) {
-    const Files before = files(".json");
-    const std::string target = anyOf(before);
-    const std::size_t which = before.size() < 2 ? 0 : random() % 3;
-    const std::string& name = names[which];
-    SCOPED_TRACE(name + " " + target);
-    const double delay = seconds[which] * std::uniform_real_distribution(0.01, 1.2)(random);
-    const auto begin = std::chrono::steady_clock::now();
-    const int status = docs(wordsOf(name, target), {"timeout", "--foreground", "-s", "KILL", std::to_string(delay)});
-    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
-    const bool isKilled = status == 128 + SIGKILL;
-    EXPECT_TRUE(status == 0 || status == 124 || isKilled) << "124: it ended by itself just then";
-    killed += isKilled ? 1 : 0;
-    if (!isKilled) seconds[which] = passed.count();
-    (void)strayFiles();  // whatever was left behind, no picture may be broken
+/// Does `run`, which writes to the file `out`, in a process of its own.
+template <class Run>
+pid_t start(const fs::path& out, Run run) {
+  const pid_t process = ::fork();
+  if (process != 0) return process;
+  [&]() noexcept { std::freopen(out.c_str(), "w", stdout) != nullptr ? run() : void(); }();
+  ::_exit(1);
+}
 
+/// Kills processes that keep keys, pictures and documents side by side, as many as the variable TAVLO_KILLS says.
+TEST_F(Docs, losesNothingToKills) {
+  const int kills = std::stoi(std::getenv("TAVLO_KILLS") == nullptr ? "50" : std::getenv("TAVLO_KILLS"));
+  const fs::path keys = folder_ / "keys", images = folder_ / "images";
+  const auto picture = uikit::UIImage::decode(foundation::contentsOf(samples + "/pictures/signature.jpg"));
+  std::map<std::string, std::string> reported;  // public keys by alias
+  const auto out = [&](std::size_t process) { return folder_ / std::to_string(process); };
+  std::mt19937 random{std::random_device{}()};
+  for (int i = 0; i < 4; ++i) (void)kept({"demo"});
+  double seconds = 0.3;  // what the commands of a round take
+  int killed = 0;
+  for (int round = 0; killed < kills && !HasFailure(); ++round) {
+    const Files before = files(".json");
+    std::vector<std::string> ids;
+    for (const auto& [file, json] : before) ids.push_back(file.substr(0, 12));
+    std::shuffle(ids.begin(), ids.end(), random);
+    std::vector<pid_t> processes;
+    for (const auto* name : {"demo", "certify", "certify", "remove", "demo"}) {
+      processes.push_back(start(out(processes.size()), [&] {
+        const char* const id = *name == 'd' ? nullptr : ids[*name == 'c' ? 0 : 1].c_str();
+        const char* const yes = *name == 'r' ? "--yes" : nullptr;
+        ::execl(TAVLO_PROGRAM, "tavlo", "docs", "--folder", documents_.c_str(), name, id, yes, nullptr);
+      }));
+    }
+    while (processes.size() < 8) {  // these compete for the same keys
+      processes.push_back(start(out(processes.size()), [&] {
+        for (int i = 0;; ++i) {
+          const std::string alias = std::to_string(round) + "." + std::to_string(i), key = keyOf(keys, alias);
+          std::cout << alias + " " + key + " " + common::FileImageStore(images).persist(picture).value() << std::endl;
+        }
+      }));
+    }
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::uniform_real_distribution(0.0, seconds)(random)));
+    std::vector<int> isDone;
+    for (const pid_t process : processes) {
+      int status = 0;
+      ::kill(process, SIGKILL);
+      ::waitpid(process, &status, 0);
+      isDone.push_back(status == 0 ? 1 : 0);
+      killed += WIFSIGNALED(status) ? 1 : 0;
+      EXPECT_TRUE(WIFSIGNALED(status) || status == 0) << status;
+    }
+
+    (void)strayFiles();  // whatever was left behind, no picture may be broken
     Files after = files(".json");
-    EXPECT_TRUE(out_.empty() || after.contains(out_.substr(0, 12) + ".json"));
-    EXPECT_LE(after.size(), before.size() + 1);
+    for (const std::size_t demo : {0, 4}) {
+      const std::string id = contentsOf(out(demo)).substr(0, 12);
+      EXPECT_TRUE(id.empty() ? isDone[demo] == 0 : after.contains(id + ".json"));
+    }
+    const std::string certified = ids[0] + ".json", removed = ids[1] + ".json";
+    const auto certificates = static_cast<int>(childrenIn(after[certified]) - childrenIn(before.at(certified)));
+    EXPECT_TRUE(certificates >= isDone[1] + isDone[2] && certificates <= 2) << certificates;
+    EXPECT_TRUE(isDone[3] == 0 || !after.contains(removed));
     for (const auto& [file, json] : before) {
-      const bool isSame = after.contains(file) && after[file] == json;
-      if (!file.starts_with(target) || name == "demo" || (isSame && isKilled)) {
-        EXPECT_TRUE(isSame);
-      } else if (name == "certify") {
-        EXPECT_EQ(childrenIn(after[file]), childrenIn(json) + 1);
-      } else {
-        EXPECT_FALSE(after.contains(file));
+      const bool mayDiffer = file == certified || (file == removed && !after.contains(file));
+      EXPECT_TRUE(mayDiffer || after[file] == json) << file;
+    }
+    for (std::size_t i = 5; i < processes.size(); ++i) {
+      std::istringstream lines(contentsOf(out(i)));
+      for (std::string alias, key, name; lines >> alias >> key >> name && !lines.eof();) {
+        EXPECT_EQ(reported.emplace(alias, key).first->second, key);
+        EXPECT_TRUE(std::ranges::equal(common::FileImageStore(images).load(name).value().pixels(), picture.pixels()));
       }
     }
-    EXPECT_EQ(docs({"list"}), 0);
-    EXPECT_EQ(docs(wordsOf(names[after.size() < 4 ? 0 : 2], anyOf(after))), 0);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(docs(before.size() < 6 ? Words{"demo"} : Words{"remove", "--yes", ids[2]}), 0);
+    seconds = 4 * std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     EXPECT_EQ(err_, "");
     EXPECT_EQ(strayFiles(), 0U);
+    (void)keyOf(keys, std::to_string(round));
+    for (const auto& entry : fs::directory_iterator(keys)) EXPECT_EQ(entry.path().extension(), ".p8");
   }
+  for (const auto& [alias, key] : reported) EXPECT_EQ(keyOf(keys, alias), key);
+  std::cout << killed << " killed, " << reported.size() << " keys and " << files(".json").size() << " documents kept\n";
+}
+
+/// What a command did to its files, as FileFaults.cpp logs it.
+struct Calls {
+  explicit Calls(const fs::path& log) {
+    std::ifstream lines(log);
+    std::set<std::string> unflushed;
+    for (std::string call, path; lines >> call >> path;) {
+      if (call == "failed") lines >> failed, std::swap(failed, path);
+      const bool isPicture = path.ends_with(".png"), renames = call.starts_with("rename");
+      const bool removes = call == "unlink" || call == "remove";
+      // A power cut keeps what was flushed: so a file goes before its name, a name before the next, and a record before
+      // the pictures that it no longer needs.
+      isInOrder = isInOrder && (unflushed.empty() || !(renames || (removes && isPicture)));
+      if (call == "fsync") unflushed.erase(path);
+      if (call == "write") unflushed.insert(path);
+      if (renames || call == "mkdir" || (removes && !isPicture)) unflushed.insert(fs::path(path).parent_path());
+    }
+    isInOrder = isInOrder && unflushed.empty();
+  }
+  std::string failed;  ///< the call that was made to fail
+  bool isInOrder = true;
+};
+
+/// Lets each call that commands make on their files fail in turn; with each error if the variable TAVLO_FAULTS is set.
+TEST_F(Docs, keepsOrTellsWhateverFails) {
+#ifdef TAVLO_SANITIZED
+  GTEST_SKIP() << "A sanitizer wants to be loaded before all else.";
+#endif
+  const fs::path data = folder_ / "data";
+  documents_ = folder_ / "prepared" / "documents";
+  (void)kept({"demo"});
+  const std::string id = kept({"demo"});
+  documents_ = data / "documents";
+  environment_[0] = "XDG_DATA_HOME=" + (data / "home").string();
+  const fs::path keys = data / "home/tavlo/keys", record = documents_ / (id + ".json"), body = folder_ / "body",
+                 log = folder_ / "log";
+  const std::pair<Words, std::function<bool()>> rows[] = {
+      {{"docs", "--folder", documents_, "demo"}, [&] { return files(".json").size() == 3; }},
+      {{"docs", "--folder", documents_, "certify", id}, [&] { return childrenIn(contentsOf(record)) == 1; }},
+      {{"docs", "--folder", documents_, "remove", id, "--yes"}, [&] { return !fs::exists(record); }},
+      {{"request", "--passport", samples + "/td3-jpeg", "--selfie", samples + "/selfie.png", "--out", body},
+       [&] { return fs::exists(body) && contentsOf(body).find(keyOf(keys, "TV0000042")) != std::string::npos; }}};
+  int faults = 0;
+  for (const auto& [command, isDone] : rows) {
+    bool isOver = false;
+    for (int at = 1; !isOver && !HasFailure(); ++at) {
+      const std::array errors = {EINTR, ENOSPC, EIO, EROFS, EMFILE};
+      for (std::size_t i = 0; i < errors.size() && !isOver; ++i) {
+        if (i != static_cast<std::size_t>(at) % errors.size() && std::getenv("TAVLO_FAULTS") == nullptr) continue;
+        const int error = errors.at(i);
+        for (const auto& path : {data, body, log}) fs::remove_all(path);
+        fs::copy(folder_ / "prepared", data, fs::copy_options::recursive);
+        const auto fault = std::to_string(at) + " " + std::to_string(error) + " " + data.string() + " " + log.string();
+        Words words = {"LD_PRELOAD=" FILE_FAULTS, "FILE_FAULTS=" + fault, TAVLO_PROGRAM};
+        words.insert(words.end(), command.begin(), command.end());
+        const int status = run(words);
+        const Calls calls(log);
+        const std::string reason = std::generic_category().message(error);
+        SCOPED_TRACE(command[0] + " " + command[3] + ", " + calls.failed + " " + std::to_string(at) + ": " + reason);
+        isOver = calls.failed.empty();
+        EXPECT_TRUE(!isOver || (status == 0 && calls.isInOrder)) << err_ << contentsOf(log);
+        if (isOver) break;
+        ++faults;
+        const bool isRetried = error == EINTR && std::set<std::string>{"open", "write", "fsync"}.contains(calls.failed);
+        const bool isTold = status >= 3 && err_.find(reason) != std::string::npos;  // neither wrong use nor our fault
+        EXPECT_TRUE(status == 0 ? isDone() : isTold && !isRetried) << status << err_;
+        EXPECT_TRUE(isDone() || (run({words.begin() + 2, words.end()}) == 0 && isDone())) << err_;
+        EXPECT_TRUE(strayFiles() == 0 || (docs({"demo"}) == 0 && strayFiles() == 0)) << err_;
+        for (const auto& entry : fs::recursive_directory_iterator(data)) EXPECT_NE(entry.path().extension(), ".tmp");
+      }
+    }
+  }
+  std::cout << faults << " faults\n";
 }
 
 }  // namespace

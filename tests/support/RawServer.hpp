@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -47,7 +48,8 @@ class RawServer {
       const Request request{received_.substr(0, headSize), received_.substr(headSize, size - headSize)};
       received_.erase(0, size);
       const std::lock_guard lock(server_.mutex_);
-      return server_.requests_.emplace_back(request);
+      if (server_.requests_.size() < 5000) server_.requests_.push_back(request);
+      return request;
     }
     /// False when the client has gone.
     bool send(const std::string& bytes) {
@@ -92,14 +94,15 @@ class RawServer {
   ~RawServer() {
     shutdown(socketOf(listener_), SHUT_RDWR);
     acceptor_.join();
-    for (auto& thread : threads_) thread.join();
+    std::unique_lock lock(mutex_);
+    ended_.wait(lock, [this] { return handling_ == 0; });
     BIO_free_all(listener_);
   }
 
   [[nodiscard]] std::string url(const std::string& path = "/", const std::string& host = "127.0.0.1") const {
     return (tls_ != nullptr ? "https://" : "http://") + host + ":" + port + path;
   }
-  /// Those that have been read whole, in their order.
+  /// The first 5000 that have been read whole, in their order.
   [[nodiscard]] std::vector<Request> requests() {
     const std::lock_guard lock(mutex_);
     return requests_;
@@ -115,11 +118,16 @@ class RawServer {
   void acceptAll() {
     while (BIO_do_accept(listener_) > 0) {
       ++connections;
+      ++handling_;
       // Without signals: writing to a client that has gone raises one.
-      threads_.emplace_back(foundation::startNetThread("server", [this, stream = BIO_pop(listener_)] {
-        Connection connection(*this, stream);
-        handler_(connection);
-      }));
+      foundation::startNetThread("server", [this, stream = BIO_pop(listener_)] {
+        {
+          Connection connection(*this, stream);
+          handler_(connection);
+        }
+        const std::lock_guard lock(mutex_);
+        if (--handling_ == 0) ended_.notify_one();
+      }).detach();
     }
   }
 
@@ -128,7 +136,8 @@ class RawServer {
   BIO* const listener_ = BIO_new_accept("127.0.0.1:0");
   std::mutex mutex_;
   std::vector<Request> requests_;
-  std::vector<std::thread> threads_;
+  std::atomic<int> handling_ = 0;
+  std::condition_variable ended_;
   std::thread acceptor_;
 };
 
