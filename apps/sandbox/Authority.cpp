@@ -49,6 +49,7 @@ Description ofServer(const std::vector<std::string>& names, std::time_t from, st
 
 Authority Authority::prepare(const fs::path& folder, const Options& options) {
   foundation::createPrivateFolder(folder);
+  foundation::sweepTemporaryFiles(folder);
   const std::time_t now = options.now;
   std::vector<std::string> names = {"localhost", "127.0.0.1", "::1"};
   names.insert(names.end(), options.addresses.begin(), options.addresses.end());

@@ -71,6 +71,7 @@ Authority Authority::keptIn(const fs::path& folder) {
                                "name another folder");
     }
     foundation::createPrivateFolder(folder);
+    foundation::sweepTemporaryFiles(folder);
     store(*make().identity_, keyFile);
   }
   const Authority authority(std::make_shared<const Identity>(load(keyFile)));

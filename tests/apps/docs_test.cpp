@@ -205,7 +205,7 @@ pid_t start(const fs::path& out, Run run) {
 TEST_F(Docs, losesNothingToKills) {
   const int kills = std::stoi(std::getenv("TAVLO_KILLS") == nullptr ? "50" : std::getenv("TAVLO_KILLS"));
   const fs::path keys = folder_ / "keys", images = folder_ / "images";
-  const auto picture = uikit::UIImage::decode(foundation::contentsOf(samples + "/pictures/signature.jpg"));
+  const auto picture = uikit::UIImage::decode(foundation::contentsOf(samples / "pictures/signature.jpg"));
   std::map<std::string, std::string> reported;  // public keys by alias
   const auto out = [&](std::size_t process) { return folder_ / std::to_string(process); };
   std::mt19937 random{std::random_device{}()};
@@ -316,7 +316,7 @@ TEST_F(Docs, keepsOrTellsWhateverFails) {
       {{"docs", "--folder", documents_, "demo"}, [&] { return files(".json").size() == 3; }},
       {{"docs", "--folder", documents_, "certify", id}, [&] { return childrenIn(contentsOf(record)) == 1; }},
       {{"docs", "--folder", documents_, "remove", id, "--yes"}, [&] { return !fs::exists(record); }},
-      {{"request", "--passport", samples + "/td3-jpeg", "--selfie", samples + "/selfie.png", "--out", body},
+      {{"request", "--passport", "%td3-jpeg", "--selfie", "%selfie.png", "--out", body},
        [&] { return fs::exists(body) && contentsOf(body).find(keyOf(keys, "TV0000042")) != std::string::npos; }}};
   int faults = 0;
   for (const auto& [command, isDone] : rows) {
