@@ -18,6 +18,9 @@ function(tavlo_install_library target component)
 endfunction()
 
 tavlo_install_library(tavloca runtime)
+if(TARGET tavlo_c)
+  tavlo_install_library(tavlo_c runtime)
+endif()
 install(EXPORT TavloCATargets NAMESPACE Tavlo:: DESTINATION ${package_dir} COMPONENT dev)
 
 get_property(TAVLO_PARTS GLOBAL PROPERTY TAVLO_PARTS)
