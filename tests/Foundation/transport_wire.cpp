@@ -10,6 +10,10 @@ extern "C" void explicit_bzero(void* bytes, std::size_t size) {
   std::memset(bytes, 0, size);
   ++(size == 1'000'000 ? wiped : wipedParts);
 }
+// NOLINTNEXTLINE(bugprone-reserved-identifier): what hardened builds call in its place
+extern "C" void __explicit_bzero_chk(void* bytes, std::size_t size, std::size_t /*room*/) {
+  explicit_bzero(bytes, size);
+}
 
 namespace tavlo::test {
 
