@@ -65,7 +65,7 @@ TEST_F(Request, HoldsWhatWasReadUnderItsName) {
 struct EmptyDataGroup1 final : reader::DataGroup1 {
   using DataGroup1::DataGroup1;
   [[nodiscard]] const Data& data() const override { return nothing; }
-  const Data nothing;
+  const Data nothing{};
 };
 
 TEST_F(Request, TakesTheLastGroupOfAClassAndLeavesOutWhatHasNoForm) {
