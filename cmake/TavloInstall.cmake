@@ -35,7 +35,10 @@ install(FILES ${PROJECT_BINARY_DIR}/TavloCAConfig.cmake ${PROJECT_BINARY_DIR}/Ta
 if(BUILD_SHARED_LIBS)
   set(PC_REQUIRES "")
 else()
-  set(PC_REQUIRES "libcurl, libssl, libcrypto, libpng >= 1.6, libjpeg, libopenjp2 >= 2.5, libdeflate")
+  set(PC_REQUIRES "libcrypto, libpng >= 1.6, libjpeg, libopenjp2 >= 2.5, libdeflate")
+  if(TAVLOCA_WITH_CURL)
+    string(PREPEND PC_REQUIRES "libcurl, libssl, ")
+  endif()
 endif()
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE PC_LIBDIR)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}

@@ -28,7 +28,9 @@ else()
     $<$<BOOL:${TAVLOCA_HAS_CF_PROTECTION}>:-fcf-protection>
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
   target_compile_definitions(tavlo_build_flags INTERFACE _GLIBCXX_ASSERTIONS)
-  target_link_options(tavlo_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+  if(UNIX AND NOT APPLE)
+    target_link_options(tavlo_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+  endif()
 endif()
 
 # The library as it is installed: one file with all its parts. A shared build makes its own programs link that file; in a

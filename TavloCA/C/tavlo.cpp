@@ -207,9 +207,10 @@ void request(tavlo_completion completion, void* context, const Send& send) noexc
   std::shared_ptr<Outcome> outcome;
   try {
     outcome = std::make_shared<Outcome>(completion, context);
-    send([outcome](const std::optional<Data>& answer, const std::exception_ptr& error) {
+    send([outcome](std::optional<Data> answer, const std::exception_ptr& error) {
       if (answer) {
         outcome->answer(*answer);
+        foundation::wipe(*answer);  // nobody else can
       } else {
         outcome->fail(error);
       }
@@ -279,6 +280,7 @@ void end(tavlo_exchange* exchange, std::optional<Data> body, int status, const s
     ended->handler(std::move(body), std::move(response), error);
   } catch (...) {  // no memory: the outcome is told when the handler goes away
   }
+  foundation::wipe(ended->request.httpBody);
 }
 
 }  // namespace
@@ -314,6 +316,7 @@ size_t tavlo_data_length(const tavlo_data* data) {
 }
 
 void tavlo_data_free(tavlo_data* data) {
+  if (data != nullptr) foundation::wipe(data->bytes);  // records and requests hold personal data
   delete data;
 }
 

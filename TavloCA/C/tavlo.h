@@ -1,6 +1,7 @@
 #ifndef TAVLO_H
 #define TAVLO_H
 
+/// @file
 /// TavloCA for programs in C (C99), and for languages that bind C.
 ///
 /// - A function that gives a handle back gives it to its caller, who ends with it through the `tavlo_..._free` of its
@@ -22,6 +23,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/// Marks what the library shows; defined beforehand, it is left as it is.
 #ifndef TAVLO_API
 #ifdef __GNUC__
 #define TAVLO_API __attribute__((visibility("default")))
@@ -88,6 +90,7 @@ TAVLO_API tavlo_error_kind tavlo_error_kind_of(const tavlo_error *error);
 TAVLO_API int tavlo_error_code(const tavlo_error *error);
 /// A sentence in English for a person; valid as long as the error. Empty for NULL.
 TAVLO_API const char *tavlo_error_message(const tavlo_error *error);
+/// Ends with it; NULL is allowed. What was got from it is not valid any more.
 TAVLO_API void tavlo_error_free(tavlo_error *error);
 
 // ---- Bytes ----------------------------------------------------------------------------------------------------------
@@ -99,6 +102,7 @@ typedef struct tavlo_data tavlo_data;
 TAVLO_API const uint8_t *tavlo_data_bytes(const tavlo_data *data);
 /// Their number.
 TAVLO_API size_t tavlo_data_length(const tavlo_data *data);
+/// Ends with it; NULL is allowed. What was got from it is not valid any more.
 TAVLO_API void tavlo_data_free(tavlo_data *data);
 
 // ---- Electronic documents (ICAO Doc 9303-10) ------------------------------------------------------------------------
@@ -114,6 +118,7 @@ TAVLO_API bool tavlo_model_add(tavlo_model *model, const uint8_t *bytes, size_t 
 /// Reads all files of a folder, whatever their names. NULL when a data group is malformed, twice there, or none is: to
 /// do without a malformed one, add the files one by one. Files that are no data groups are passed over.
 TAVLO_API tavlo_model *tavlo_model_read_folder(const char *folder, tavlo_error **error);
+/// Ends with it; NULL is allowed. What was got from it is not valid any more.
 TAVLO_API void tavlo_model_free(tavlo_model *model);
 
 // ---- Pictures -------------------------------------------------------------------------------------------------------
@@ -127,6 +132,7 @@ TAVLO_API tavlo_image *tavlo_image_decode(const uint8_t *bytes, size_t length, t
 /// `channels` says, each row beginning `stride` bytes after the one before.
 TAVLO_API tavlo_image *tavlo_image_from_pixels(const uint8_t *pixels, size_t length, size_t width, size_t height,
                                                size_t stride, size_t channels, tavlo_error **error);
+/// Ends with it; NULL is allowed. What was got from it is not valid any more.
 TAVLO_API void tavlo_image_free(tavlo_image *image);
 
 // ---- Document records -----------------------------------------------------------------------------------------------
@@ -154,6 +160,7 @@ TAVLO_API tavlo_data *tavlo_document_to_json(const tavlo_document *document, tav
 /// One of the record's pictures as a PNG file. NULL without an error when it has none.
 TAVLO_API tavlo_data *tavlo_document_picture(const tavlo_document *document, tavlo_picture picture,
                                              tavlo_error **error);
+/// Ends with it; NULL is allowed. What was got from it is not valid any more.
 TAVLO_API void tavlo_document_free(tavlo_document *document);
 
 // ---- Requests -------------------------------------------------------------------------------------------------------

@@ -151,7 +151,7 @@ void sweepTemporaryFiles(const std::filesystem::path& folder) {
   std::error_code ignored;
   for (std::filesystem::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
     if (!isTemporaryName(entry->path().filename())) continue;
-    const FileDescriptor fd(openFile(entry->path(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
+    const FileDescriptor fd(openFile(entry->path(), O_RDWR | O_NONBLOCK | O_NOFOLLOW));
     if (fd.get() >= 0 && ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(entry->path().c_str());
   }
 }

@@ -3,6 +3,8 @@
 #include <Foundation/Hex.hpp>
 #include <Security/SHA256.hpp>
 
+#include <unistd.h>
+
 #include <string>
 #include <system_error>
 
@@ -48,7 +50,11 @@ std::optional<SecKeyPair> FileKeyStore::createKeypair(std::string_view keyAlias,
   if (ephemeral) return security::generateKeyPair(type);
 
   const std::filesystem::path path = file(keyAlias);
-  if (auto kept = load(path, type)) return kept;
+  if (auto kept = load(path, type)) {
+    // Another process may have made it this moment, and what rests on it must not outlive it.
+    if (::access(folder_.c_str(), W_OK) == 0) foundation::flushFolder(folder_);
+    return kept;
+  }
 
   foundation::createPrivateFolder(folder_);
   if (!isSwept_.exchange(true)) foundation::sweepTemporaryFiles(folder_);

@@ -116,7 +116,7 @@ TEST(Soak, CompletesEachVerificationOnceAndHoldsNoMoreInTheEnd) {
     });
   };
   // A child verifies, too, and exits with posts of its own under way; every second one from within a completion.
-  const auto child = [&](bool exitsWithin) noexcept {
+  [[maybe_unused]] const auto child = [&](bool exitsWithin) noexcept {
     ::alarm(60);
     std::promise<int> done;
     for (int i = 0; i < 5; ++i) TavloCA::post({}, service + "3", [](const auto&, const auto&) {});

@@ -246,7 +246,7 @@ TEST_F(Docs, losesNothingToKills) {
 
     (void)strayFiles();  // whatever was left behind, no picture may be broken
     Files after = files(".json");
-    for (const std::size_t demo : {0, 4}) {
+    for (const std::size_t demo : {0U, 4U}) {
       const std::string id = contentsOf(out(demo)).substr(0, 12);
       EXPECT_TRUE(id.empty() ? isDone[demo] == 0 : after.contains(id + ".json"));
     }
