@@ -69,7 +69,7 @@ JSONValue summaryOf(const JSONValue& report) {
 
 /// The steps as the sandbox reports them of a request that the library makes.
 std::string sandboxLines(const std::string& sample) {
-  const auto request = sandbox::Request::decode(requestOf(sample));
+  const auto request = sandbox::Request::decode(requestOf(reader::readDocument(samples / sample).model));
   const auto answer = sandbox::check(request, reader::trustAnchorsIn(samples / "trust"), 2026y / 7 / 1);
   constexpr std::size_t validityToday = 5;
   std::string lines;

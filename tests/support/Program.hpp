@@ -22,18 +22,19 @@ class Program {
     while (process_ != 0 && ::kill(process_, 0) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 
-  /// Runs `command` to its end and gives the exit status; a "NAME=value" before it adds to the environment.
-  int run(const std::vector<std::string>& command) {
+  /// Runs `command` to its end and gives the exit status; a "NAME=value" before it adds to the environment. The shell
+  /// goes on with `rest`.
+  int run(const std::vector<std::string>& command, const std::string& rest = "") {
+    std::string line = "exec env ";
+    for (const std::string& word : command) line += "'" + word + "' ";
+    line += "</dev/null >'" + (folder_ / "out").string() + "' 2>'" + (folder_ / "err").string() + "'" + rest;
     // NOLINTNEXTLINE(cert-env33-c): the shell's redirections are what is wanted; the words come from the test
-    const int status = std::system(line(command).c_str());
+    const int status = std::system(line.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
   /// Starts `command` beside the test; it ends with this object.
   void start(const std::vector<std::string>& command) {
-    // NOLINTNEXTLINE(cert-env33-c): as above
-    if (std::system((line(command) + "& echo $! >'" + (folder_ / "id").string() + "'").c_str()) == 0) {
-      process_ = std::stoi(text("id"));
-    }
+    if (run(command, "& echo $! >'" + (folder_ / "id").string() + "'") == 0) process_ = std::stoi(text("id"));
   }
 
   /// Waits until it has written `part` to standard output; false when that takes too long.
@@ -48,11 +49,6 @@ class Program {
   [[nodiscard]] std::string err() const { return text("err"); }
 
  private:
-  [[nodiscard]] std::string line(const std::vector<std::string>& command) const {
-    std::string all = "exec env ";
-    for (const std::string& word : command) all += "'" + word + "' ";
-    return all + "</dev/null >'" + (folder_ / "out").string() + "' 2>'" + (folder_ / "err").string() + "'";
-  }
   [[nodiscard]] std::string text(const std::string& file) const {
     std::ifstream stream(folder_ / file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
