@@ -89,7 +89,6 @@ TEST(Sandbox, checksDocuments) {
   }
   EXPECT_EQ(resultsOf(checked(good, 2034y / 12 / 31)), "000000");
   EXPECT_EQ(resultsOf(checked(good, 2035y / 1 / 1)), "000011");
-  EXPECT_EQ(resultsOf(checked(bodyOf("bad-dg1-flipped"))), "001001");
   EXPECT_EQ(check(Request::decode(encoded(good)), {}, today).verification.certificate, Result::failed);
 
   EXPECT_EQ(expiryDate("760101", today), 2076y / 1 / 1);
@@ -123,14 +122,11 @@ TEST(Sandbox, remembersTheKeysOfGenuineDocuments) {
 TEST(Sandbox, refusesBodiesAndNamesTheMember) {
   const JSONValue good = bodyOf("td3-jpeg");
   const std::string dg1 = *good.member("doc")->member("DG1")->getIf<std::string>();
-  const Data png = foundation::contentsOf(samples / "selfie.png");
-  const auto base64 = [](foundation::DataView bytes) { return common::base64UrlEncodedString(bytes).value(); };
   const std::tuple<const char*, std::optional<JSONValue>, const char*> table[] = {
       {"version", "1.1", "version: not \"1.0\""},
       {"doc", std::nullopt, "doc: missing"},
       {"signing", JSONValue(), "signing: not an object"},
       {"performance", "", "performance: not an object"},
-      {"extra", 1, "the body: unknown member \"extra\""},
       {"a\x1b[31m", 1, "the body: unknown member of an unusual name"},
       {"doc.DG17", "6100", "doc: unknown member \"DG17\""},
       {"doc.DG1", JSONValue(), "doc.DG1: not a text"},
@@ -142,8 +138,8 @@ TEST(Sandbox, refusesBodiesAndNamesTheMember) {
       {"doc.DG2", dg1, "doc.DG2: holds DG1"},
       {"doc.DG2", std::string(std::size_t{10} << 20, '0'), "doc.DG2: more than 4194304 bytes"},
       {"biometry.selfie", "+/+/", "biometry.selfie: not base64url"},
-      {"biometry.selfie", base64(foundation::contentsOf(samples / "selfie.jpg")), "biometry.selfie: not a PNG"},
-      {"biometry.selfie", base64(foundation::DataView(png).first(png.size() / 2)), "biometry.selfie: "},
+      {"biometry.selfie", "_9j_4AAQSkZJRgAB", "biometry.selfie: not a PNG"},
+      {"biometry.selfie", selfieOf(200, 200).substr(0, 100), "biometry.selfie: "},
       {"signing.mdlPublicKey", std::string(2050, '0'), "signing.mdlPublicKey: more than 1024 bytes"},
       {"device.model", std::string(257, 'x'), "device.model: longer than 256 bytes"},
       {"device.serial", "1", "device: unknown member \"serial\""},
@@ -249,7 +245,6 @@ class RunningSandbox : public testing::Test {
     server_.reset();
     static const test::TemporaryFolder folder;
     folder_ = folder.path();
-    fs::remove(folder_ / "history");
     const Authority authority = Authority::prepare(folder_, {.flaw = settings.scenario.flaw});
     ::setenv("SSL_CERT_FILE", authority.certificate.c_str(), 1);
     settings.port = 0;
