@@ -1,8 +1,9 @@
 #include <Foundation/JSONValue.hpp>
 #include <specimen/Zone.hpp>
 
+#include <algorithm>
+
 #include "Checks.hpp"
-#include "support/Documents.hpp"
 #include "support/Program.hpp"
 #include "support/Requests.hpp"
 
@@ -16,70 +17,36 @@ using Arguments = std::vector<std::string>;
 
 const fs::path samples = TAVLO_SAMPLES_DIR;
 
-std::string textOf(const JSONValue& object, const char* key) {
-  return *object.member(key)->getIf<std::string>();
+/// Whether all that `expected` says is in `report`, where it may stand among more members, but not among more elements.
+bool saysAll(const JSONValue& report, const JSONValue& expected) {
+  if (const auto* members = expected.getIf<JSONObject>()) {
+    return std::ranges::all_of(*members, [&report](const auto& member) {
+      const JSONValue* const found = report.member(member.first);
+      return found != nullptr && saysAll(*found, member.second);
+    });
+  }
+  const auto *found = report.getIf<JSONArray>(), *elements = expected.getIf<JSONArray>();
+  return found == nullptr || elements == nullptr ? report == expected : std::ranges::equal(*found, *elements, saysAll);
 }
 
-/// The steps that must be as expected, of which the sandbox does not tell the names. Of today's validity no sample
-/// expects anything.
-std::string linesOf(const JSONValue& steps, bool isOfSandbox = false) {
-  std::string lines;
-  for (const JSONValue& step : *steps.getIf<JSONArray>()) {
-    const std::string name = textOf(step, "name"), how = textOf(step, "result") + " " + textOf(step, "reason") + "\n";
-    const bool isWithheld = isOfSandbox && name == "DG3";  // the service does not take it
-    if (name != "validity_today") lines += isWithheld ? "not checked not_sent\n" : isOfSandbox ? how : name + " " + how;
-  }
-  return lines;
+bool isTrusted(const JSONValue& expected) {
+  return *expected.member("authentication")->member("trusted")->getIf<bool>();
 }
 
-/// The names of files in a list of findings that have a member `key` with anything in it.
-JSONValue filesWith(const JSONValue& findings, const char* key) {
-  JSONArray names;
-  for (const JSONValue& finding : *findings.getIf<JSONArray>()) {
-    const auto* list = finding.member(key)->getIf<JSONArray>();
-    if (list == nullptr || !list->empty()) names.push_back(*finding.member("file"));
-  }
-  return names;
-}
-
-/// A report of the command line in the form of what is expected.
-JSONValue summaryOf(const JSONValue& report) {
-  JSONObject texts;
-  for (const JSONValue& item : *report.member("texts")->getIf<JSONArray>()) {
-    texts[textOf(item, "label")] = *item.member("text");
-  }
-  std::size_t faces = 0;
-  for (const JSONValue& picture : *report.member("pictures")->getIf<JSONArray>()) {
-    EXPECT_EQ(picture.member("problem"), nullptr);
-    if (textOf(picture, "group") == "DG2") ++faces;
-  }
-  JSONObject summary{
-      {"verdict", *report.member("authentication")->member("trusted") == JSONValue(true) ? "trusted" : "untrusted"},
-      {"steps", linesOf(*report.member("authentication")->member("steps"))},
-      {"texts", texts},
-      {"faces", faces},
-      {"malformed", filesWith(*report.member("malformed"), "file")},
-      {"oddities", filesWith(*report.member("groups"), "oddities")}};
-  if (const auto* printed = report.member("printedData")) {
-    summary["printedData"] = *printed;
-    summary["printedData"].getIf<JSONObject>()->erase("checkDigits");
-  }
-  return summary;
-}
-
-/// The steps as the sandbox reports them of a request that the library makes.
-std::string sandboxLines(const std::string& sample) {
+/// The steps as the sandbox reports them of a request that the library makes, without their names.
+JSONArray sandboxSteps(const std::string& sample) {
   const auto request = sandbox::Request::decode(requestOf(reader::readDocument(samples / sample).model));
-  const auto answer = sandbox::check(request, reader::trustAnchorsIn(samples / "trust"), 2026y / 7 / 1);
-  constexpr std::size_t validityToday = 5;
-  std::string lines;
-  for (std::size_t i = 0; i < answer.reasons.size(); ++i) {
+  JSONArray steps;
+  for (const auto& [check, result, reason, text] :
+       sandbox::check(request, reader::trustAnchorsIn(samples / "trust"), 2026y / 7 / 1).reasons) {
     static constexpr const char* results[] = {"passed", "failed", "not checked"};
-    const auto& [check, result, reason, text] = answer.reasons[i];
-    const bool isOfDocument = check == "certificate" || check == "integrity";
-    if (isOfDocument && i != validityToday) lines.append(results[static_cast<int>(result)]).append(" " + reason + "\n");
+    if (check != "certificate" && check != "integrity") continue;
+    JSONObject& step = *steps.emplace_back(JSONObject()).getIf<JSONObject>();
+    // Nothing is expected of today's validity, and the service does not take DG3.
+    if (steps.size() == 6 || text == "DG3 was not sent.") continue;
+    step = {{"result", results[static_cast<int>(result)]}, {"reason", reason}};
   }
-  return lines;
+  return steps;
 }
 
 TEST(Samples, areWhatIsExpectedOfThem) {
@@ -89,44 +56,29 @@ TEST(Samples, areWhatIsExpectedOfThem) {
     if (!fs::exists(folder / "expected.json")) continue;
     SCOPED_TRACE(folder.filename());
     ++count;
-    JSONValue expected = JSONSerialization::jsonObject(contentsOf(folder / "expected.json"));
-    EXPECT_EQ(sandboxLines(folder.filename()), linesOf(*expected.member("steps"), true));
+    const JSONValue expected = JSONSerialization::jsonObject(contentsOf(folder / "expected.json"));
+    const JSONValue& steps = *expected.member("authentication")->member("steps");
+    EXPECT_TRUE(saysAll(steps, sandboxSteps(folder.filename())));
 
-    auto& members = *expected.getIf<JSONObject>();
-    members["steps"] = linesOf(members["steps"]);
     Program tavlo;
     const int status = tavlo.run({TAVLO_PROGRAM, "inspect", folder, "--csca", samples / "trust", "--json"});
-    EXPECT_EQ(summaryOf(JSONSerialization::jsonObject(dataOf(tavlo.out()))), expected) << tavlo.out();
-    const bool isSound = members["verdict"] == JSONValue("trusted") && members["malformed"] == JSONValue(JSONArray());
+    EXPECT_TRUE(saysAll(JSONSerialization::jsonObject(dataOf(tavlo.out())), expected)) << tavlo.out();
+    const bool isSound = isTrusted(expected) && expected.member("malformed")->getIf<JSONArray>()->empty();
     EXPECT_EQ(status == 0, isSound) << tavlo.err();
   }
   EXPECT_EQ(count, 31U);
 }
 
-TEST(Zone, isThatOfTheStandardsExamples) {
-  using reader::MRZ;
-  specimen::PrintedData data{.documentNumber = "L898902C3",
-                             .lastName = "Eriksson",
-                             .firstName = "Anna Maria",
-                             .dateOfBirth = "19740812",
-                             .gender = 'F',
-                             .dateOfExpiry = 2012y / 4 / 15,
-                             .optionalData = "ZE184226B"};
-  EXPECT_EQ(specimen::zone(data), exampleTD3);
-  data.format = MRZ::Format::TD1;
-  data.documentCode = "I";
-  data.documentNumber = "D23145890";
-  data.optionalData.clear();
-  EXPECT_EQ(specimen::zone(data), exampleTD1);
-  data.format = MRZ::Format::TD2;
-  EXPECT_EQ(specimen::zone(data), "I<UTOERIKSSON<<ANNA<MARIA<<<<<<<<<<<D231458907UTO7408122F1204159<<<<<<<6");
-
-  data.documentNumber = "D23145890734";  // goes on
-  data.lastName = "Stevenson";
-  data.firstName = "Peter John";
-  data.dateOfBirth = "19340712";
-  data.gender = 'M';
-  data.dateOfExpiry = std::chrono::year(1995) / 7 / 12;
+TEST(Zone, hasLongNumbersAndNamesInLatinLetters) {
+  const specimen::PrintedData data{.format = reader::MRZ::Format::TD2,
+                                   .documentCode = "I",
+                                   .documentNumber = "D23145890734",  // goes on
+                                   .lastName = "Stevenson",
+                                   .firstName = "Peter John",
+                                   .dateOfBirth = "19340712",
+                                   .gender = 'M',
+                                   .dateOfExpiry = std::chrono::year(1995) / 7 / 12,
+                                   .optionalData = ""};
   EXPECT_EQ(specimen::zone(data), "I<UTOSTEVENSON<<PETER<JOHN<<<<<<<<<<D23145890<UTO3407127M95071227349<<<8");
   for (const auto& [name, text] : {std::pair{"Ægir Åse-Þórðar", "AEGIR<AASE<THORDAR"},
                                    {"d'Ünaÿ, ßtraße.", "DUENAY<SSTRASSE"},
@@ -182,7 +134,7 @@ TEST_F(MakePassport, makesTheSamplesAgain) {
     const auto report =
         reader::authenticate(reader::readDocument(entry).model, reader::trustAnchorsIn(folder_ / "trust"));
     const auto expected = JSONSerialization::jsonObject(contentsOf(original / "expected.json"));
-    EXPECT_EQ(report.isTrusted(), textOf(expected, "verdict") == "trusted");
+    EXPECT_EQ(report.isTrusted(), isTrusted(expected));
   }
   EXPECT_EQ(count, 29U);
 }

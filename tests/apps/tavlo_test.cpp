@@ -85,13 +85,6 @@ TEST_F(Tavlo, showsWhatADocumentHolds) {
 
   ASSERT_EQ(tavlo({"inspect", "%td3-jpeg", "--csca", "%trust"}), 0);
   expectPart(out_, "\n  verdict         trusted: ");
-  ASSERT_EQ(tavlo({"inspect", "@passport", "--json", "--csca", "%trust"}), 7);
-  for (const auto* part : {R"({"bytes":93,"file":"DG1.bin","group":"DG1","oddities":[]})", R"("lastName":"SPECIMEN")",
-                           R"("composite":true)", R"("format":"JPEG","group":"DG2","height":531,"width":413})",
-                           R"("required":true,"result":"failed","text":"DG3 is not among)", R"("trusted":false)",
-                           R"("text":"A\u001b[2JB")", R"({"file":"EF_CardAccess.bin","oddities":[],"text":"EF.Card)"}) {
-    expectPart(out_, part);
-  }
 }
 
 TEST_F(Tavlo, writesTheRequestWithoutSendingIt) {
