@@ -57,69 +57,48 @@ TEST(ImageTest, keepsEachPixelInItsPlace) {
   }
 }
 
-/// Expects of a written PNG what libpng lets pass: its chunks and their sums, and a zlib stream of just its rows.
-void expectSoundChunks(DataView png, std::size_t width, std::size_t height) {
-  Data stream;
-  std::string types;
-  for (std::size_t at = 8; at < png.size();) {
-    const auto numberAt = [&](std::size_t i) {
-      return unsigned{png[i]} << 24U | unsigned{png[i + 1]} << 16U | unsigned{png[i + 2]} << 8U | png[i + 3];
-    };
-    const std::size_t size = numberAt(at);
-    const DataView chunk = png.subspan(at + 4, size + 4);
-    EXPECT_EQ(libdeflate_crc32(0, chunk.data(), chunk.size()), numberAt(at + 8 + size));
-    const std::string_view type = textOf(chunk.first(4));
-    if (!types.ends_with(type)) types += type;
-    if (type == "IDAT") stream.insert(stream.end(), chunk.begin() + 4, chunk.end());
-    at += 12 + size;
-  }
-  EXPECT_EQ(types, png[25] == 3 ? "IHDRsRGBPLTEIDATIEND" : "IHDRsRGBIDATIEND");
-  Data rows(height * (width * (png[25] == 2 ? 3 : png[25] == 6 ? 4 : 1) + 1));
-  libdeflate_decompressor* const inflater = libdeflate_alloc_decompressor();
-  EXPECT_EQ(libdeflate_zlib_decompress(inflater, stream.data(), stream.size(), rows.data(), rows.size(), nullptr), 0);
-  libdeflate_free_decompressor(inflater);
-}
-
 TEST(ImageTest, writesEveryKindOfPictureWithoutLoss) {
   std::minstd_rand engine(7);  // NOLINT(cert-msc51-cpp): the same bytes each time
   const auto random = [&engine] { return static_cast<unsigned>(engine() >> 4U); };
   const auto rare = [&random] { return static_cast<unsigned>(std::countl_zero(random() << 5U | 1U)); };
-  const std::pair<const char*, std::function<unsigned(unsigned x, unsigned y, unsigned channel)>> kinds[] = {
-      {"noise", [&](auto...) { return random(); }},
-      {"flat", [](auto, auto, unsigned channel) { return 50 * channel; }},
-      {"grey noise",
-       [grey = 0U, &random](auto, auto, unsigned channel) mutable { return grey = channel == 0 ? random() : grey; }},
-      {"grey ramp", [](unsigned x, unsigned y, auto) { return x + y; }},
-      {"colours", [](unsigned x, unsigned y, unsigned channel) { return x * y / 9 % 31 * (channel + 1); }},
-      {"gradient", [](unsigned x, unsigned y, unsigned i) { return i < 2 ? x / (3 - i) + y * i : x - y; }},
-      {"soft noise", [&](unsigned x, unsigned y, unsigned) { return x / 9 + y / 7 + random() % 9; }},
-      {"rare differences", [&](auto...) { return rare() % 2 == 0 ? rare() : 0U - rare(); }},
-      {"noise between runs", [&](unsigned, unsigned y, auto...) { return y % 8 == 0 ? random() : 0U; }}};
-  const auto check = [&](const auto& kind, std::size_t width, std::size_t height, std::size_t channels) {
-    SCOPED_TRACE(testing::Message() << kind.first << " " << width << "x" << height << "x" << channels);
+  const std::function<unsigned(unsigned x, unsigned y, unsigned channel)> kinds[] = {
+      [&](auto...) { return random(); },
+      [](unsigned x, unsigned y, auto) { return x + y; },  // grey
+      [](unsigned x, unsigned y, unsigned channel) { return x * y / 9 % 31 * (channel + 1); },
+      [](unsigned x, unsigned y, unsigned i) { return i < 2 ? x / (3 - i) + y * i : x - y; },
+      [&](unsigned x, unsigned y, auto) { return x / 9 + y / 7 + random() % 9; },
+      [&](auto...) { return rare() % 2 == 0 ? rare() : 0U - rare(); },
+      [&](unsigned, unsigned y, auto) { return y % 8 == 0 ? random() : 0U; }};
+  const std::shared_ptr<libdeflate_decompressor> inflater(libdeflate_alloc_decompressor(),
+                                                          libdeflate_free_decompressor);
+  const auto check = [&](std::size_t kind, std::size_t width, std::size_t height, std::size_t channels) {
+    SCOPED_TRACE(testing::Message() << kind << " " << width << "x" << height << "x" << channels);
     Data pixels(width * height * channels);
     for (std::size_t i = 0; i < pixels.size(); ++i) {
       const auto x = static_cast<unsigned>(i / channels % width), y = static_cast<unsigned>(i / channels / width);
-      pixels[i] = static_cast<std::uint8_t>(kind.second(x, y, static_cast<unsigned>(i % channels)));
+      pixels[i] = static_cast<std::uint8_t>(kinds[kind](x, y, static_cast<unsigned>(i % channels)));
     }
     const auto format = channels == 3 ? PixelFormat::rgb : PixelFormat::rgba;
-    const Data png = *UIImagePNGRepresentation(UIImage::fromPixels(pixels, width, height, width * channels, format));
+    const UIImage image = UIImage::fromPixels(pixels, width, height, width * channels, format);
+    const Data png = *UIImagePNGRepresentation(image);
     const UIImage again = UIImage::decode(png);
-    expectSoundChunks(png, width, height);
-    EXPECT_EQ(png, *UIImagePNGRepresentation(again));
-    ASSERT_EQ(again.pixels().size(), width * height * again.channels());
+    // libpng insists neither on the chunk that names the colours nor on a zlib stream of just the rows.
+    EXPECT_EQ(textOf(DataView(png).subspan(37, 4)), "sRGB");
+    Data stream, rows(height * (width * (png[25] == 2 ? 3 : png[25] == 6 ? 4 : 1) + 1));
+    writePNG(image, [&stream](DataView chunk, auto) {
+      if (textOf(chunk.subspan(4, 4)) == "IDAT") stream.insert(stream.end(), chunk.begin() + 8, chunk.end() - 4);
+    });
+    EXPECT_EQ(libdeflate_zlib_decompress(inflater.get(), stream.data(), stream.size(), rows.data(), rows.size(), {}),
+              0);
     const std::size_t step = channels / again.channels();  // 3 for a colour picture that went out as grey
-    EXPECT_TRUE(step == 1 || (step == 3 && std::string_view(kind.first).starts_with("grey")) || width * height < 1600);
+    EXPECT_TRUE(step == (kind == 1 && channels == 3 ? 3U : 1U) || width * height < 1600);
     for (std::size_t i = 0; i < pixels.size(); ++i) ASSERT_EQ(again.pixels()[i / step], pixels[i]) << i;
     EXPECT_LE(png.size(), pixels.size() + pixels.size() / 50 + 300);
   };
-  for (std::size_t i = 0; i < 1600; ++i)
-    check(kinds[random() % std::size(kinds)], 1 + i % 40, 1 + i / 40, 3 + random() % 2);
-  for (const auto& kind : kinds) {
-    for (const std::size_t channels : {3U, 4U}) check(kind, 517, 301, channels);
-  }
-  check(kinds[0], maximumImageSide, 5, 4);
-  check(kinds[6], 1, maximumImageSide, 3);
+  for (std::size_t i = 0; i < 1600; ++i) check(random() % std::size(kinds), 1 + i % 40, 1 + i / 40, 3 + random() % 2);
+  for (std::size_t i = 0; i < 2 * std::size(kinds); ++i) check(i / 2, 517, 301, 3 + i % 2);
+  check(0, maximumImageSide, 5, 4);
+  check(4, 1, maximumImageSide, 3);
 }
 
 TEST(ImageTest, turnsCameraPicturesUpright) {
