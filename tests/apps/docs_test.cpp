@@ -31,11 +31,10 @@ std::size_t childrenIn(const std::string& record) {
 /// `tavlo docs` with a folder of its own.
 class Docs : public ProgramTest {
  protected:
-  /// Runs a command to its end, through `runner` if any.
-  int docs(const Words& words, Words runner = {}) {
-    runner.insert(runner.end(), {TAVLO_PROGRAM, "docs", "--folder", documents_});
-    runner.insert(runner.end(), words.begin(), words.end());
-    return run(runner);
+  /// Runs a command to its end.
+  int docs(Words words) {
+    words.insert(words.begin(), {TAVLO_PROGRAM, "docs", "--folder", documents_});
+    return run(words);
   }
   /// Runs a command that ends with `status` and has `err` in what it says.
   void expect(int status, const Words& words, const std::string& err = "") {
