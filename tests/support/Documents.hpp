@@ -1,8 +1,6 @@
 #pragma once
 
-#include <Foundation/Data.hpp>
-
-#include <initializer_list>
+#include <specimen/DER.hpp>
 
 /// Elementary files of made-up documents (ICAO Doc 9303-10).
 namespace tavlo::test {
@@ -16,29 +14,12 @@ inline constexpr std::string_view exampleTD3 =
 inline constexpr std::string_view exampleTD1 =
     "I<UTOD231458907<<<<<<<<<<<<<<<7408122F1204159UTO<<<<<<<<<<<6ERIKSSON<<ANNA<MARIA<<<<<<<<<<";
 
-/// The parts, one after the other.
-inline Data joined(std::initializer_list<DataView> parts) {
-  Data all;
-  for (const DataView part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-/// `value` in at least `size` bytes, the highest first.
-inline Data bigEndian(std::uint64_t value, std::size_t size = 1) {
-  while (size < sizeof value && value >> (8 * size) != 0) ++size;
-  Data bytes(size);
-  for (std::size_t i = size; i-- > 0; value >>= 8) bytes[i] = static_cast<std::uint8_t>(value);
-  return bytes;
-}
+using specimen::bigEndian;
+using specimen::joined;
 
 /// One BER-TLV element with the shortest length field.
-inline Data tlv(std::uint32_t tag, DataView value) {
-  Data length = bigEndian(value.size());
-  if (value.size() >= 0x80) length = joined({bigEndian(0x80 | length.size()), length});
-  return joined({bigEndian(tag), length, value});
-}
-inline Data tlv(std::uint32_t tag, std::string_view text) {
-  return tlv(tag, foundation::dataOf(text));
+inline Data tlv(std::uint32_t tag, const auto& value) {
+  return specimen::element(tag, value);
 }
 
 /// EF.COM with the outer tags of the groups that it lists.
