@@ -75,22 +75,20 @@ TEST(DataGroup, RefusalsSayWhereAndWhat) {
 }
 
 TEST(DataGroup, ContentIsParsed) {
-  const COM list(com(Data{0x61, 0x75, 0x42, 0x77}));
-  EXPECT_EQ(list.description() + " " + list.ldsVersion() + " " + list.unicodeVersion(), "TavloReader.COM 1.7 4.0.0");
-  EXPECT_EQ(list.groups(), (std::vector{DataGroupId::DG1, DataGroupId::DG2, DataGroupId::SOD}));
-  EXPECT_EQ(list.oddities(), std::vector<std::string>{"lists the unknown tag 42"});
-
   std::string zone(exampleTD3);
   zone[43] = zone[53] = '0';
-  EXPECT_EQ(DataGroup1(dataGroup1(zone)).oddities(),
-            (std::vector<std::string>{"the names fill their field and may be cut short", "wrong check digit: number",
-                                      "wrong check digit: composite"}));
+  const std::pair<Data, std::vector<std::string>> odd[] = {
+      {com(Data{0x61, 0x75, 0x42, 0x77}), {"lists the unknown tag 42"}},
+      {dataGroup1(zone),
+       {"the names fill their field and may be cut short", "wrong check digit: number",
+        "wrong check digit: composite"}},
+      {dataGroup2Around(names), {"a face record of an unknown format"}},
+      {dataGroup2Around(tlv(0x82, names), 0x7F2E), {"a face record of an unknown format"}}};
+  for (const auto& [file, oddities] : odd) EXPECT_EQ(DataGroup::parse(file)->oddities(), oddities);
 
   const DataGroup2 two(dataGroup2Around(faceRecord({names, picture}), 0x7F2E));
   EXPECT_EQ(textOf(two.faces().at(0)), textOf(names));
   EXPECT_EQ(textOf(two.faces().at(1)), textOf(picture));
-  const DataGroup2 none(dataGroup2Around(names));
-  EXPECT_EQ(none.oddities(), std::vector<std::string>{"a face record of an unknown format"});
 
   const auto representation = [](DataView choice) {
     return tlv(0x30, joined({tlv(0x80, Data{0}), tlv(0xA1, choice)}));
@@ -103,7 +101,6 @@ TEST(DataGroup, ContentIsParsed) {
     EXPECT_EQ(textOf(faces.faces().back()), textOf(picture));
     EXPECT_EQ(faces.oddities(), std::vector<std::string>{"a face without a flat picture"});
   }
-  EXPECT_EQ(DataGroup2(dataGroup2Around(tlv(0x82, names), 0x7F2E)).oddities(), none.oddities());
 
   const Data several = joined({tlv(0x02, Data{2}), tlv(0x5F0F, "DOE<<J"), tlv(0x5F0F, "M\xFCLLER")});
   const DataGroup11 eleven(tlv(0x6B, joined({tlv(0x5F0E, "ERIKSSON<<ANNA<MARIA<<<"), tlv(0xA0, several),
@@ -130,9 +127,8 @@ std::string summary(const MRZ& mrz) {
 }
 
 TEST(MRZ, IsTakenApart) {
-  // The first two are worked examples of ICAO Doc 9303-4 and -10.
+  // The first is a worked example of ICAO Doc 9303-10.
   const std::pair<std::string_view, std::string_view> cases[] = {
-      {exampleTD3, "TD3|P|UTO|L898902C3|UTO|ERIKSSON|ANNA MARIA|740812|F|120415|ZE184226B|"},
       {"I<NLDXI85935F86999999990<<<<<<7208148F1108268NLD<<<<<<<<<<<4VAN<DER<STEEN<<MARIANNE<LOUISE",
        "TD1|I|NLD|XI85935F8|NLD|VAN DER STEEN|MARIANNE LOUISE|720814|F|110826|999999990| !composite !names"},
       {"I<ATASMITH<<JOHN<T<<<<<<<<<<<<<<<<<<123456789<HMD7406221M10123120122<<<0",

@@ -1,9 +1,6 @@
 #include <Foundation/Hex.hpp>
-#include <Foundation/JSONValue.hpp>
 #include <Security/SecCertificate.hpp>
 #include <TavloReader/DocumentSource.hpp>
-
-#include <netinet/in.h>
 
 #include <numeric>
 
@@ -92,11 +89,8 @@ TEST_F(Tavlo, writesTheRequestWithoutSendingIt) {
   ASSERT_EQ(tavlo(request), 0);
   EXPECT_EQ(err_, "TavloReader error: DataGroup not supported\n") << "once, for DG3";
   const std::string body = out_;
-  const auto json = JSONSerialization::jsonObject(dataOf(body));
-  EXPECT_EQ(json.member("doc")->getIf<JSONObject>()->size(), 9U);
-  for (const auto* name : {"DG1", "DG11"}) {
-    const auto file = contentsOf(folder_ / ("passport/" + std::string(name) + ".bin"));
-    EXPECT_EQ(*json.member("doc")->member(name), JSONValue(toHexString(file)));
+  for (const std::string name : {"DG1", "DG11"}) {
+    expectPart(body, "\"" + name + "\":\"" + toHexString(contentsOf(folder_ / ("passport/" + name + ".bin"))) + "\"");
   }
 
   ASSERT_EQ(tavlo({"request", "--passport", "@passport", "--selfie", selfie, "--out", "@body.json"}), 0);
@@ -145,16 +139,11 @@ TEST_F(Tavlo, postsTheBytesOfAFile) {
 
 TEST_F(Tavlo, verifiesWithTheSandbox) {
   if (std::string(TAVLO_SERVICE_URL) != "https://localhost:8443") GTEST_SKIP() << "this build is for another service";
-  const int port = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int yes = 1;
-  ::setsockopt(port, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);  // former connections do not count
-  const sockaddr_in address{AF_INET, htons(8443), {htonl(INADDR_LOOPBACK)}, {}};
-  const bool isFree = ::bind(port, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const bool isFree = tavlo({"post", "--body", "@notes.txt", "--url", TAVLO_SERVICE_URL}) == 10;
   if (!isFree) GTEST_SKIP() << "port 8443 is in use";
   environment_.push_back("SSL_CERT_FILE=" + (folder_ / "sandbox/ca.pem").string());
   const Arguments example = {EXAMPLE_PROGRAM, "@passport", selfie};
 
-  // While the port is held, nobody listens there.
   ASSERT_EQ(tavlo({"request", "--passport", "@passport", "--selfie", selfie}), 0);
   const std::string request = "\n" + out_ + "\n";
   EXPECT_EQ(tavlo({"verify", "--passport", "@passport", "--selfie", selfie, "--show-lines"}), 10);
@@ -164,7 +153,6 @@ TEST_F(Tavlo, verifiesWithTheSandbox) {
   EXPECT_EQ(run(example), 1);
   EXPECT_EQ(out_, "");
   expectPart(err_, "Could not connect to the server.\n");
-  ::close(port);
 
   Program sandbox;
   sandbox.start({SANDBOX_PROGRAM, "--csca", samples + "/trust", "--state", folder_ / "sandbox"});
