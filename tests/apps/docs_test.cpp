@@ -46,9 +46,6 @@ class Docs : public ProgramTest {
     expect(0, words);
     return out_.substr(0, out_.find('\n'));
   }
-  void write(const std::string& name, const std::string& text) const {
-    foundation::writePrivately(folder_ / name, foundation::dataOf(text));
-  }
   [[nodiscard]] std::string stored(const std::string& id) const { return contentsOf(documents_ / (id + ".json")); }
 
   /// All files but the lock, by their path in the folder; those alone whose path has this ending.
@@ -129,7 +126,7 @@ TEST_F(Docs, refusesUnfitRecordsAndKeepsNothingOfThem) {
   for (const auto& name : {"fine.png"s, "folder.png"s, taken}) {
     fs::copy(samples / "selfie.png", folder_ / "in" / name);
   }
-  write("in/text.png", "no picture");
+  write("in/text.png", "no picture"s);
 
   std::string many = recordWith("");
   for (int i = 1; i < 1000; ++i) many += "," + recordWith("");
@@ -166,7 +163,7 @@ TEST_F(Docs, keepsDamagedRecordsAndTheirPictures) {
   write("documents/" + broken + ".json", stored(broken).substr(0, 100));
   write("documents/0123456789ab.json", recordWith(R"("portraitFilename":"../x.png",)"));
   write("documents/notes.json", stored(id));
-  write("documents/.0123456789abcdef.tmp", "left behind");
+  write("documents/.0123456789abcdef.tmp", "left behind"s);
   for (const auto* name : {"list", "show", "certify", "export"}) {
     expect(8, *name == 'l' ? Words{name} : Words{name, broken}, broken + ".json cannot be used: malformed JSON");
     EXPECT_EQ(out_.starts_with(id), *name == 'l') << out_;

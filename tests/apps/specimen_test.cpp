@@ -29,10 +29,6 @@ bool saysAll(const JSONValue& report, const JSONValue& expected) {
   return found == nullptr || elements == nullptr ? report == expected : std::ranges::equal(*found, *elements, saysAll);
 }
 
-bool isTrusted(const JSONValue& expected) {
-  return *expected.member("authentication")->member("trusted")->getIf<bool>();
-}
-
 /// The steps as the sandbox reports them of a request that the library makes, without their names.
 JSONArray sandboxSteps(const std::string& sample) {
   const auto request = sandbox::Request::decode(requestOf(reader::readDocument(samples / sample).model));
@@ -63,7 +59,8 @@ TEST(Samples, areWhatIsExpectedOfThem) {
     Program tavlo;
     const int status = tavlo.run({TAVLO_PROGRAM, "inspect", folder, "--csca", samples / "trust", "--json"});
     EXPECT_TRUE(saysAll(JSONSerialization::jsonObject(dataOf(tavlo.out())), expected)) << tavlo.out();
-    const bool isSound = isTrusted(expected) && expected.member("malformed")->getIf<JSONArray>()->empty();
+    const bool isTrusted = *expected.member("authentication")->member("trusted")->getIf<bool>();
+    const bool isSound = isTrusted && expected.member("malformed")->getIf<JSONArray>()->empty();
     EXPECT_EQ(status == 0, isSound) << tavlo.err();
   }
   EXPECT_EQ(count, 31U);
@@ -121,10 +118,9 @@ TEST_F(MakePassport, makesTheSamplesAgain) {
       if (name == "expected.json" || name == "EF_SOD.bin") continue;  // signatures differ each time
       EXPECT_EQ(contentsOf(entry.path() / name), contentsOf(file)) << name;
     }
-    const auto report =
-        reader::authenticate(reader::readDocument(entry).model, reader::trustAnchorsIn(folder_ / "trust"));
+    (void)run({TAVLO_PROGRAM, "inspect", entry.path(), "--csca", "@trust", "--json"});
     const auto expected = JSONSerialization::jsonObject(contentsOf(original / "expected.json"));
-    EXPECT_EQ(report.isTrusted(), isTrusted(expected));
+    EXPECT_TRUE(saysAll(JSONSerialization::jsonObject(dataOf(out_)), expected)) << out_;
   }
   EXPECT_EQ(count, 29U);
 }

@@ -98,9 +98,9 @@ class ProgramTest : public testing::Test {
       expectPart(err_, row[4]);
     }
   }
-  void write(const std::string& name, foundation::DataView bytes) const {
+  void write(const std::string& name, const auto& bytes) const {
     std::filesystem::create_directories((folder_ / name).parent_path());
-    foundation::writePrivately(folder_ / name, bytes);
+    foundation::writePrivately(folder_ / name, foundation::Data(bytes.begin(), bytes.end()));
   }
 
   TemporaryFolder folder_;
