@@ -287,6 +287,7 @@ void end(tavlo_exchange* exchange, std::optional<Data> body, int status, const s
 
 // ---- The interface --------------------------------------------------------------------------------------------------
 
+// NOLINTBEGIN(readability-identifier-naming): the names of C
 const char* tavlo_version(void) {
   return TAVLO_VERSION;
 }
@@ -527,3 +528,4 @@ void tavlo_exchange_fail(tavlo_exchange* exchange, tavlo_network_code code) {
   }
   end(exchange, std::nullopt, 0, error);
 }
+// NOLINTEND(readability-identifier-naming)

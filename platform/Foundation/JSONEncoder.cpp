@@ -38,7 +38,7 @@ std::size_t plainRun(std::string_view text) {
     std::int8_t odd = 0;
     for (std::size_t i = run; i < run + block; ++i) {
       const auto code = static_cast<std::int8_t>(text[i]);
-      odd = static_cast<std::int8_t>(odd | ((code ^ 2) <= ' ') | (code == '\\'));
+      odd = static_cast<std::int8_t>(odd | static_cast<int>((code ^ 2) <= ' ') | static_cast<int>(code == '\\'));
     }
     if (odd != 0) break;
   }

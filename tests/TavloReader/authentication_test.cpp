@@ -125,7 +125,7 @@ TEST(Authentication, FollowsTheChainToASelfSignedAuthority) {
   const Holder signer("DS", key, &csca, signing), nextSigner("DS", key, &next, signing);
   const Holder selfSigned("DS", key, nullptr, signing);
   std::vector<Holder> many;
-  while (many.size() < 16) many.push_back(Holder("Other", key, &csca, signing));
+  while (many.size() < 16) many.emplace_back("Other", key, &csca, signing);
   const std::tuple<Data, std::vector<Holder>, std::string> rows[] = {
       {sign(signer), {next, csca}, "trusted"},
       {sign(signer, {}, CMS_NOATTR), {csca}, "trusted"},
