@@ -36,7 +36,7 @@
 extern "C" {
 #endif
 
-// NOLINTBEGIN(readability-identifier-naming): the names of C
+// NOLINTBEGIN(readability-identifier-naming,modernize-use-using): this is C
 
 /// The most bytes that a function takes at once: 256 MiB.
 #define TAVLO_MAXIMUM_LENGTH ((size_t)268435456)
@@ -250,7 +250,7 @@ TAVLO_API void tavlo_exchange_answer(tavlo_exchange *exchange, int status, const
 /// Ends an exchange without an answer, and frees it.
 TAVLO_API void tavlo_exchange_fail(tavlo_exchange *exchange, tavlo_network_code code);
 
-// NOLINTEND(readability-identifier-naming)
+// NOLINTEND(readability-identifier-naming,modernize-use-using)
 #ifdef __cplusplus
 }
 #endif
