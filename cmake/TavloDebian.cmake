@@ -27,9 +27,9 @@ set(what "TavloCA hands an ePassport that was read from its chip (ICAO Doc 9303)
 selfie to a verification service over HTTPS, signed for with a key pair of its
 own, and keeps the records of documents that an app shows.")
 tavlo_package(runtime ${library} libs "client library for the verification of identity documents"
-  "${what}\n\nThis package holds the shared library." "")
+  "${what}\n\nThis package holds the shared library, and the one for programs in C." "")
 tavlo_package(dev libtavloca-dev libdevel "headers of the client library for the verification of identity documents"
-  "${what}\n\nThis package holds the headers, and what CMake and pkg-config need\nto find them."
+  "${what}\n\nThis package holds the headers for C++ and C, and what CMake and\npkg-config need to find them."
   "${library} (= ${PROJECT_VERSION})")
 tavlo_package(programs tavlo utils "programs to inspect identity documents and have them verified"
   "The program tavlo shows what a document holds that was read from its chip

@@ -18,9 +18,7 @@ function(tavlo_install_library target component)
 endfunction()
 
 tavlo_install_library(tavloca runtime)
-if(TARGET tavlo_c)
-  tavlo_install_library(tavlo_c runtime)
-endif()
+tavlo_install_library(tavlo_c runtime)
 install(EXPORT TavloCATargets NAMESPACE Tavlo:: DESTINATION ${package_dir} COMPONENT dev)
 
 get_property(TAVLO_PARTS GLOBAL PROPERTY TAVLO_PARTS)
@@ -45,8 +43,10 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_IN
   OUTPUT_VARIABLE PC_INCLUDEDIR)
 cmake_path(APPEND CMAKE_INSTALL_FULL_LIBDIR pkgconfig OUTPUT_VARIABLE pc_dir)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${pc_dir} OUTPUT_VARIABLE PC_PREFIX)
-configure_file(cmake/tavloca.pc.in ${PROJECT_BINARY_DIR}/tavloca.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/tavloca.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+foreach(module tavloca tavlo_c)
+  configure_file(cmake/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endforeach()
 
 if(TAVLOCA_BUILD_APPS)
   install(TARGETS tavlo tavlo-sandbox RUNTIME COMPONENT programs)
