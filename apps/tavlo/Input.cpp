@@ -86,6 +86,7 @@ void trustOnly(const std::string& pemFile) {
                                        "-inform der -in FILE -out CA.pem");
   }
   ::setenv("SSL_CERT_FILE", pemFile.c_str(), 1);
+  ::unsetenv("SSL_CERT_DIR");  // else the certificates there would count, too
 }
 
 }  // namespace tavlo::app
