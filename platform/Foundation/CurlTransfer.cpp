@@ -1,6 +1,7 @@
 #include <Foundation/CurlTransfer.hpp>
 
 #include <Foundation/CloseNotice.hpp>
+#include <Foundation/Environment.hpp>
 #include <Foundation/Redirect.hpp>
 
 #include <netinet/in.h>
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <new>
 #include <system_error>
 #include <type_traits>
@@ -24,11 +24,6 @@ constexpr std::chrono::hours maximumTransferTime{7 * 24};
 constexpr std::chrono::seconds maximumIdleTime{3};
 constexpr int maximumUnsentBytes = 128 * 1024;
 constexpr int maximumRedirects = 20;
-
-std::optional<std::string> environmentValue(const char* name) {
-  const char* value = secure_getenv(name);
-  return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
-}
 
 // libcurl would add these by itself; with a large body, Expect costs a second where the server ignores it.
 curl_slist* suppressedHeaders() {

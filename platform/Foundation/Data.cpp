@@ -1,17 +1,19 @@
 #include <Foundation/Data.hpp>
+#include <Foundation/Environment.hpp>
 #include <Foundation/Hex.hpp>
 #include <Foundation/Uninterrupted.hpp>
 
 #include <fcntl.h>
-#include <string.h>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -68,6 +70,15 @@ bool isTemporaryName(const std::string& name) {
          name.find_first_not_of("0123456789abcdef", 1) == end;
 }
 
+/// As ::rename, but fails with EEXIST where there is a file of that name.
+int renameNew(const char* from, const char* to) {
+#ifdef __APPLE__
+  return ::renamex_np(from, to, RENAME_EXCL);
+#else
+  return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+#endif
+}
+
 void writeAll(int fd, DataView bytes, const std::string& name) {
   while (!bytes.empty()) {
     const ssize_t written = uninterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
@@ -88,7 +99,9 @@ std::string_view textOf(DataView bytes) noexcept {
 }
 
 void wipe(Data& bytes) noexcept {
-  if (!bytes.empty()) ::explicit_bzero(bytes.data(), bytes.size());
+  std::ranges::fill(bytes, std::uint8_t{0});
+  // Something that the compiler cannot see may look at the bytes now: so it must not leave the zeros out.
+  __asm__ __volatile__("" : : "r"(bytes.data()) : "memory");
   bytes = {};
 }
 
@@ -133,11 +146,11 @@ bool writePrivately(const std::filesystem::path& path, DataView bytes, IfExists 
   if (ifExists == IfExists::replace) {
     if (::rename(temporary.c_str(), path.c_str()) != 0) throwSystemError(errno, "cannot write " + path.string());
     file.keep();
-  } else if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+  } else if (renameNew(temporary.c_str(), path.c_str()) == 0) {
     file.keep();
   } else if (errno == EEXIST) {
     return false;
-  } else if (errno != EINVAL && errno != ENOSYS) {
+  } else if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) {
     throwSystemError(errno, "cannot write " + path.string());
   } else if (::link(temporary.c_str(), path.c_str()) != 0) {  // some file systems have only this
     if (errno == EEXIST) return false;
@@ -158,9 +171,7 @@ void sweepTemporaryFiles(const std::filesystem::path& folder) {
 
 std::string randomName(std::size_t size) {
   Data bytes(size);
-  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    throwSystemError(errno, "cannot get random bytes");
-  }
+  if (::getentropy(bytes.data(), bytes.size()) != 0) throwSystemError(errno, "cannot get random bytes");
   return toHexString(bytes);
 }
 
@@ -171,18 +182,26 @@ void flushFolder(const std::filesystem::path& folder) {
 }
 
 void createPrivateFolder(const std::filesystem::path& folder) {
+  // Whoever made a folder that is there may have been killed before it was on disk. To see to that takes milliseconds,
+  // so this process does it once: here are the hashes of what it has seen to. No lock, for the child of a fork.
+  static constinit std::array<std::atomic<std::size_t>, 64> settled{};
+  const std::size_t hash = hash_value(folder);
+  std::atomic<std::size_t>& place = settled[hash % settled.size()];
+  const bool isSettled = place == hash;
   std::filesystem::path made;
   for (const std::filesystem::path& part : folder) {
     made /= part;
-    if (::mkdir(made.c_str(), S_IRWXU) == 0) {
-      const std::filesystem::path above = made.has_parent_path() ? made.parent_path() : ".";
-      if (::access(above.c_str(), R_OK) == 0) flushFolder(above);  // what cannot be read cannot be flushed
-      continue;
-    }
+    const bool isNew = ::mkdir(made.c_str(), S_IRWXU) == 0;
     const int reason = errno;  // some systems answer EROFS or EACCES for a folder that exists
-    if (reason == EEXIST || std::filesystem::is_directory(made)) continue;
-    throwSystemError(reason, "cannot make the folder " + made.string());
+    if (!isNew && reason != EEXIST && !std::filesystem::is_directory(made)) {
+      throwSystemError(reason, "cannot make the folder " + made.string());
+    }
+    if (!isNew && isSettled) continue;
+    // What cannot be read cannot be flushed, and where nothing can be made there is nothing to flush.
+    const std::filesystem::path above = made.has_parent_path() ? made.parent_path() : ".";
+    if (::access(above.c_str(), isNew ? R_OK : R_OK | W_OK) == 0) flushFolder(above);
   }
+  place = hash;
   struct stat status {};
   if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
     throwSystemError(ENOTDIR, "no folder: " + folder.string());
@@ -195,8 +214,7 @@ void createPrivateFolder(const std::filesystem::path& folder) {
 
 std::filesystem::path applicationSupportFolder() {
   const auto absolute = [](const char* variable) {
-    const char* value = ::secure_getenv(variable);
-    const std::filesystem::path path = value == nullptr ? "" : value;
+    const std::filesystem::path path = environmentValue(variable).value_or("");
     return path.is_absolute() ? path : std::filesystem::path();
   };
   if (const auto data = absolute("XDG_DATA_HOME"); !data.empty()) return data / "tavlo";

@@ -55,8 +55,9 @@ void sweepTemporaryFiles(const std::filesystem::path& folder);
 /// std::system_error.
 void flushFolder(const std::filesystem::path& folder);
 
-/// Makes the folder and its missing parents with mode 0700. A folder of ours that is there and open to others is closed
-/// to them; its parents stay as they are. Throws std::system_error.
+/// Makes the folder and its missing parents with mode 0700, on disk when it returns, also where another process has
+/// made them and was killed. A folder of ours that is there and open to others is closed to them; its parents stay as
+/// they are. Throws std::system_error.
 void createPrivateFolder(const std::filesystem::path& folder);
 
 /// `$XDG_DATA_HOME/tavlo`, else `$HOME/.local/share/tavlo`: where keys and pictures are kept. The folder may not exist

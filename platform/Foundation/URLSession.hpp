@@ -41,8 +41,8 @@ class URLSession : public std::enable_shared_from_this<URLSession> {
   ///
   /// `handler` is called exactly once, whatever happens, never from within this call and never on the calling thread
   /// unless that is the session's own; one handler at a time. A request that cannot be sent at all is reported the same
-  /// way; only when there is no memory or no thread for it does this throw, and the handler is not called. An exception
-  /// from a handler is a programming error and may end the process.
+  /// way; only when there is no memory, no thread or no descriptor for it does this throw, and the handler is not
+  /// called. An exception from a handler is a programming error and may end the process.
   virtual void start(URLRequest request, CompletionHandler handler) = 0;
 };
 

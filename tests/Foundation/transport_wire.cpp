@@ -1,18 +1,24 @@
+#include <malloc.h>
+
 #include <cstring>
 #include <map>
 #include <sstream>
 
 #include "TransportTest.hpp"
 
-// Stands before the C library's, and counts bodies of a million bytes and other ones.
-static std::atomic<int> wiped = 0, wipedParts = 0;
-extern "C" void explicit_bzero(void* bytes, std::size_t size) {
-  std::memset(bytes, 0, size);
-  ++(size == 1'000'000 ? wiped : wipedParts);
+// Stand before the C++ library's, and count the large blocks that the network thread frees, and those still full.
+static std::atomic<int> wiped = 0, unwiped = 0;
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  return std::malloc(size);
 }
-// NOLINTNEXTLINE(bugprone-reserved-identifier): what hardened builds call in its place
-extern "C" void __explicit_bzero_chk(void* bytes, std::size_t size, std::size_t /*room*/) {
-  explicit_bzero(bytes, size);
+[[gnu::noinline]] void operator delete(void* bytes) noexcept {
+  char thread[16] = "";
+  if (malloc_usable_size(bytes) > 500'000) pthread_getname_np(pthread_self(), thread, sizeof thread);
+  if (std::strcmp(thread, "net.io") == 0) ++(static_cast<char*>(bytes)[1000] == 'x' ? unwiped : wiped);
+  std::free(bytes);
+}
+void operator delete(void* bytes, std::size_t /*size*/) noexcept {
+  operator delete(bytes);
 }
 
 namespace tavlo::test {
@@ -41,10 +47,9 @@ TEST(TransportWire, WipesBodiesAndWhatNobodyGets) {
     connection.read() && connection.send("HTTP/1.1 303 So\r\nLocation: /\r\nContent-Length: 1000000\r\n\r\n" + text);
     connection.read() && connection.send(head + "Content-Length: 2000000\r\n\r\n" + text);
   });
-  wiped = wipedParts = 0;
-  EXPECT_EQ(post(server.url(), text), "-1005");
-  EXPECT_EQ(post("http://localhost:1/", text), "-1004");
-  EXPECT_TRUE(wiped == 4 && wipedParts > 0) << "two bodies, two answers and what these have outgrown";
+  wiped = unwiped = 0;
+  EXPECT_EQ(post(server.url(), text) + post("http://localhost:1/", text), "-1005-1004");
+  EXPECT_TRUE(wiped == 6 && unwiped == 0) << "two bodies, two answers and what these have outgrown";
 }
 
 TEST(TransportWire, NeverSendsARequestTwice) {
@@ -123,9 +128,14 @@ TEST(TransportWire, HandsOverWholeAnswersOnly) {
   std::string endless[] = {"", head};
   while (endless[1].size() < 1'000'000) endless[0] += interim, endless[1] += "name: value\r\n";
   for (const auto& text : endless) answers["-1005"].push_back(text);
+  answers["-1103"].push_back(head + "\r\n" + zeros + zeros);
   for (const auto& [outcome, texts] : answers) {
     for (const auto& text : texts) {
-      RawServer server([&sent = text](Connection& connection) { connection.read() && connection.send(sent); });
+      RawServer server([&sent = text](Connection& connection) {
+        connection.read();
+        // What is endless goes on until the client has had enough: what the two kernels hold, and little more.
+        for (int megabytes = 0; connection.send(sent) && sent.size() > 1'000'100; ++megabytes) ASSERT_LT(megabytes, 20);
+      });
       EXPECT_TRUE(post(server.url(), "", 20, {.maximumAnswerSize = zeros.size()}) == outcome) << text.substr(0, 100);
     }
   }
@@ -133,15 +143,16 @@ TEST(TransportWire, HandsOverWholeAnswersOnly) {
 
 TEST(TransportWire, EndsHoweverAServerBreaksOff) {
   const auto large = 20'000'000U;
-  // The body's size, how much of the request is read, and what is sent before the connection is closed or reset.
+  // The body's size, how much of the request is read, and what is sent before the connection is reset; closed at first.
   const std::tuple<unsigned, unsigned, std::string> rows[] = {
-      {0, 0, ""}, {0, 1, ""}, {0, 20, ""}, {0, 20, answerOK.substr(0, 30)}, {large, 1'000'000, ""}};
+      {0, 0, ""}, {1, 0, ""}, {0, 1, ""}, {0, 20, ""}, {0, 20, answerOK.substr(0, 30)}, {large, 1'000'000, ""}};
   for (const auto& [size, part, sent] : rows) {
-    RawServer server([part = part, sent = sent](Connection& connection) {
+    RawServer server([size = size, part = part, sent = sent](Connection& connection) {
       connection.receive(part) && connection.send(sent);
-      connection.close(part > 0);
+      connection.close(size + part > 0);
     });
-    EXPECT_EQ(post(server.url(), std::string(size, 'x')), "-1005") << part << sent;
+    const std::string outcome = post(server.url(), std::string(size, 'x'));
+    EXPECT_TRUE(outcome == "-1005" || (part == 0 && outcome == "-1004")) << part << sent << outcome;
   }
   RawServer hasty([=](Connection& connection) {
     connection.receive(100'000) && connection.send("HTTP/1.1 413 Too Large\r\nContent-Length: 2\r\n\r\nno");
