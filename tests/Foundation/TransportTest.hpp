@@ -30,14 +30,14 @@ inline auto answering(const std::string& answer) {
 
 /// What people are told of each error.
 inline const std::string descriptions =
-    "-999 cancelled\n-1000 bad URL\n-1001 The request timed out.\n-1002 unsupported URL\n-1003 A server with the "
-    "specified hostname could not be found.\n-1004 Could not connect to the server.\n-1005 The network connection was "
-    "lost.\n-1007 too many HTTP redirects\n-1010 The server asked to send the request to another server.\n-1017 cannot "
-    "parse response\n-1022 The resource could not be loaded because the App Transport Security policy requires the use "
-    "of a secure connection.\n-1103 resource exceeds maximum size\n-1200 An SSL error has occurred and a secure "
-    "connection to the server cannot be made.\n-1202 The certificate for this server is invalid. You might be "
-    "connecting to a server that is pretending to be \"localhost\" which could put your confidential information at "
-    "risk.\n";
+    "-1 unknown error\n-999 cancelled\n-1000 bad URL\n-1001 The request timed out.\n-1002 unsupported URL\n-1003 A "
+    "server with the specified hostname could not be found.\n-1004 Could not connect to the server.\n-1005 The "
+    "network connection was lost.\n-1007 too many HTTP redirects\n-1010 The server asked to send the request to "
+    "another server.\n-1017 cannot parse response\n-1022 The resource could not be loaded because the App Transport "
+    "Security policy requires the use of a secure connection.\n-1103 resource exceeds maximum size\n-1200 An SSL "
+    "error has occurred and a secure connection to the server cannot be made.\n-1202 The certificate for this server "
+    "is invalid. You might be connecting to a server that is pretending to be \"localhost\" which could put your "
+    "confidential information at risk.\n";
 
 using Then = std::function<void(const std::string& outcome)>;
 

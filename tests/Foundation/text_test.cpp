@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/Printed.hpp"
-
 #include <sstream>
 #include <thread>
 
@@ -13,15 +11,11 @@ namespace tavlo::foundation {
 
 TEST(Text, UTF8IsCheckedAndMended) {
   const std::pair<std::string, std::string> rows[] = {
-      {"", ""},
-      {"plain text of some length", "plain text of some length"},
-      {"\xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF", "\xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF"},
-      {"a\xFFz", "a\xEF\xBF\xBDz"},
+      {"plain text, \xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF",
+       "plain text, \xC3\xA5\xE2\x82\xAC\xF0\x9D\x84\x9E\xF4\x8F\xBF\xBF"},
       {"1234567\xC3", "1234567\xEF\xBF\xBD"},
-      {"\xC0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD"},
-      {"\xE2\x82z", "\xEF\xBF\xBDz"},
-      {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
-      {"\xF4\x90\x80\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"a\xFFz\xC0\x80|\xE2\x82z", "a\xEF\xBF\xBDz\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBDz"},
+      {"\xED\xA0\x80\xF4\x90\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
       {"\xE0\x9F\xBF|\xF0\x8F", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBD\xEF\xBF\xBD"}};
   for (const auto& [text, valid] : rows) {
     EXPECT_EQ(isValidUTF8(text), text == valid) << valid;
@@ -34,20 +28,14 @@ TEST(Text, HexIsLowerCaseAndReadInBothCases) {
   Data all(40'001);
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i * 7 / 3);
   const std::string hex = toHexString(all);
-  EXPECT_TRUE(hex.starts_with("0002040709")) << hex.substr(0, 10);
   EXPECT_EQ(hex.find_first_not_of("0123456789abcdef"), std::string::npos);
   EXPECT_EQ(dataFromHex(hex), all);
   EXPECT_EQ(dataFromHex("0aFf"), (Data{0x0A, 0xFF}));
   for (const char* text : {"0", "0g", " 0", "0x"}) EXPECT_EQ(dataFromHex(text), std::nullopt);
 }
 
-TEST(Text, PrintGoesInWholeLinesToStandardOutputOrToTheHandler) {
+TEST(Text, PrintGoesInWholeLinesToStandardOutput) {
   testing::internal::CaptureStdout();
-  {
-    const test::Printed printed;
-    print("to the handler");
-    EXPECT_EQ(printed.lines(), std::vector<std::string>{"to the handler"});
-  }
   std::vector<std::jthread> threads;
   for (const char c : {'a', 'b'}) {
     threads.emplace_back([c] {

@@ -7,11 +7,22 @@
 
 #include "TransportTest.hpp"
 
+#define NEXT(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
+
 // Stands before the C library's: the name "hanging.test" takes its time.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
   if (name != nullptr && std::strcmp(name, "hanging.test") == 0) std::this_thread::sleep_for(std::chrono::seconds(20));
-  static const auto next = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
-  return next(name, service, hints, result);
+  return NEXT(getaddrinfo)(name, service, hints, result);
+}
+
+// Stands before libcurl's: while it is `refusing`, it holds a lock for a while, as libcurl and OpenSSL do, and fails.
+static std::atomic<bool> refusing = false;
+static std::mutex taken;
+extern "C" CURLMcode curl_multi_add_handle(CURLM* multi, CURL* transfer) {
+  if (!refusing) return NEXT(curl_multi_add_handle)(multi, transfer);
+  const std::lock_guard lock(taken);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  return CURLM_OUT_OF_MEMORY;
 }
 
 namespace tavlo::test {
@@ -21,9 +32,13 @@ constexpr double limit = 0.2;
 
 // Whether a post that gets no answer ends when it should, and before the hanging name does.
 void expectTimeout(const std::string& url, const std::string& body = {}) {
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(post(url, body, limit), "-1001") << url;
-  EXPECT_LE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4)) << url;
+  auto late = std::chrono::duration<double>::max();
+  for (int i = 0; i < 9 && late > std::chrono::milliseconds(100); ++i) {  // once more if others kept this machine busy
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    EXPECT_EQ(post(url, body, limit), "-1001") << url;
+    late = std::chrono::steady_clock::now() - end;
+  }
+  EXPECT_TRUE(late >= late.zero() && late <= std::chrono::milliseconds(100)) << late.count() << " s late: " << url;
 }
 
 TEST(TransportTime, RunsOutWhereverNothingMoves) {
@@ -58,7 +73,7 @@ TEST(TransportTime, RunsOutForOneAndNotForTheOthers) {
 
 TEST(TransportTime, DoesNotRunOutWhileSomethingMoves) {
   RawServer server([](Connection& connection) {
-    for (std::size_t size = 0; size < 3'000'000 && connection.receive(size); size += 150'000) {
+    for (std::size_t size = 0; size < 6'000'000 && connection.receive(size); size += 300'000) {
       std::this_thread::sleep_for(std::chrono::milliseconds(60));
     }
     connection.read() && connection.send(head);
@@ -67,7 +82,7 @@ TEST(TransportTime, DoesNotRunOutWhileSomethingMoves) {
       connection.send(std::string(1, c));
     }
   });
-  EXPECT_EQ(post(server.url(), std::string(3'000'000, 'x'), 4 * limit), "200 " + std::string(25, 'o'));
+  EXPECT_EQ(post(server.url(), std::string(6'000'000, 'x'), 4 * limit), "200 " + std::string(25, 'o'));
 }
 
 TEST(TransportTime, IsNotSpentOnWhatCannotBeReached) {
@@ -82,6 +97,21 @@ TEST(TransportTime, IsNotSpentOnWhatCannotBeReached) {
   setrlimit(RLIMIT_NOFILE, &none);
   EXPECT_THROW(CurlSession(), foundation::URLError);
   setrlimit(RLIMIT_NOFILE, &descriptors);
+}
+
+TEST(TransportFork, LeavesNoLockTakenInTheChild) {
+  refusing = true;
+  auto outcome = start(foundation::URLSession::shared(), "http://127.0.0.1:1/");
+  while (taken.try_lock()) taken.unlock();
+  EXPECT_EXIT(_exit(taken.try_lock() ? 0 : 1), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(outcome.get(), "-1");
+  refusing = false;
+  const std::jthread host([](const std::stop_token& end) {
+    while (!end.stop_requested()) foundation::URLSession::install(nullptr);
+  });
+  for (int i = 0; i < 50 && !HasFailure(); ++i) {
+    EXPECT_EXIT((alarm(9), (void)foundation::URLSession::shared(), _exit(0)), testing::ExitedWithCode(0), "");
+  }
 }
 
 // More posts than places: each ends once, in time and with its own answer.

@@ -95,7 +95,7 @@ TEST_F(TransportTLS, LetsAProcessEndWithTransfersUnderWay) {
     busy.get_future().wait();
     std::exit(0);
   };
-  for (int i = 0; i < 12; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
+  for (int i = 0; i < 20; ++i) EXPECT_EXIT(endEarly(), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(startShared([](auto&) { std::exit(3); }).wait(), testing::ExitedWithCode(3), "");
   EXPECT_EXIT(startShared([](auto&) { throw 1; }).wait(), testing::KilledBySignal(SIGABRT), "");
 }

@@ -47,16 +47,11 @@ TEST_F(Request, HoldsWhatWasReadUnderItsName) {
     if (key != nullptr) doc[key] = toHexString(file);
   }
   const auto selfie = uikit::UIImage::fromPixels(Data{255, 0, 0, 0, 255, 0}, 2, 1, 6, uikit::PixelFormat::rgb);
-  EXPECT_EQ(build(groups, selfie, test::FakeKey()),
-            (JSONObject{
-                {"version", "1.0"},
-                {"doc", doc},
-                {"biometry", JSONObject{{"selfie", common::base64UrlEncodedPNG(selfie).value()}}},
-                {"signing", JSONObject{{"mdlPublicKey", "04ab"}}},
-                {"device",
-                 JSONObject{{"os", "iOS"}, {"os_version", "12.1"}, {"manufacturer", "Apple"}, {"model", "Kiosk 7"}}},
-                {"performance", JSONObject{}},
-            }));
+  auto expected = *toJSON(R"({"version":"1.0","signing":{"mdlPublicKey":"04ab"},"performance":{},"device":)"
+                          R"({"os":"iOS","os_version":"12.1","manufacturer":"Apple","model":"Kiosk 7"}})");
+  expected["doc"] = doc;
+  expected["biometry"] = JSONObject{{"selfie", common::base64UrlEncodedPNG(selfie).value()}};
+  EXPECT_EQ(build(groups, selfie, test::FakeKey()), expected);
   EXPECT_EQ(printed_.lines(), (Lines{toHexString(rows[0].first), std::string(textOf(body_))}));
   EXPECT_EQ(logged_.lines(), Lines(2, "error: DataGroup not supported"));
 }
@@ -115,7 +110,6 @@ TEST(Records, AreWrittenInTheirOrderAndReadByTheirRules) {
   const std::string meta = R"({"documentType":"5","documentSubType":"6","documentExpiryDate":"7","dateOfBirth":"8",)"
                            R"("gender":"9","nationality":"10"})";
   expectRules<Document>(groups);
-  EXPECT_EQ(again<Document>(R"({"DG17":1})"), "{}");
   expectRules<DocumentMeta>(meta);
   EXPECT_EQ(textOf(JSONEncoder().encode(DocumentMeta("5", "6", "7", "8", "9", "10"))), meta);
   expectRules<APDU>(R"({"type":"1","version":"2","selfie":"3","passport":{"DG1":"4"},"meta":)" + meta +

@@ -104,15 +104,15 @@ TEST_F(Verify, LocalFailuresEndItOnceWithNothingSent) {
 TEST_F(Verify, PostReportsEachPairOfTheSession) {
   const auto lost = std::make_exception_ptr(URLError(URLError::Code::networkConnectionLost));
   const std::string message = "The network connection was lost.";
-  const std::tuple<std::optional<Data>, std::exception_ptr, std::string, std::vector<std::string>> rows[] = {
-      {dataOf("x"), nullptr, "[x|]", {}},
-      {Data{}, nullptr, "[|]", {}},
-      {std::nullopt, lost, "[no data|" + message + "]", {message}},
-      {dataOf("x"), lost, "[no data|" + message + "]", {message}},
-      {std::nullopt, nullptr, "[no data|]", {"No data"}}};
-  for (const auto& [body, error, calls, lines] : rows) {
-    session_->body = body;
-    session_->error = error;
+  const std::tuple<std::optional<Data>, std::exception_ptr, bool, std::string, std::vector<std::string>> rows[] = {
+      {dataOf("x"), nullptr, false, "[x|]", {}},
+      {Data{}, nullptr, false, "[|]", {}},
+      {std::nullopt, lost, false, "[no data|" + message + "]", {message}},
+      {dataOf("x"), lost, false, "[no data|" + message + "]", {message}},
+      {std::nullopt, lost, true, "[no data|" + message + "]", {message}},
+      {std::nullopt, nullptr, false, "[no data|]", {"No data"}}};
+  for (const auto& [body, error, refuses, calls, lines] : rows) {
+    std::tie(session_->body, session_->error, session_->refuses) = std::tie(body, error, refuses);
     const test::Printed printed;
     EXPECT_EQ(callsOf([](const auto& done) { TavloCA::post(dataOf("body"), "http://h/x", done); }), calls);
     EXPECT_EQ(printed.lines(), lines);

@@ -42,7 +42,6 @@ TEST_F(Example, retryPostsTheSameBytesUntilAnswered) {
   EXPECT_EQ(server.requests().at(2).body, server.requests()[0].body) << "C makes the same request";
 
   EXPECT_EQ(run({RETRY_PROGRAM, document, selfie, "ftp://localhost/"}), 1);
-  EXPECT_EQ(out_, "");
   EXPECT_EQ(err_.find("again"), std::string::npos) << "no use in trying again";
 }
 

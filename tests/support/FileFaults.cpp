@@ -52,8 +52,8 @@ int open(const char* path, int flags, ...) {
   va_start(rest, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
   va_end(rest);
-  return tried("open", path, (flags & O_CREAT) != 0 && access(path, F_OK) != 0,
-               [&] { return NEXT(open)(path, flags, mode); });
+  return tried((flags & O_CLOEXEC) != 0 ? "open" : "inheritable", path,
+               (flags & O_CREAT) != 0 && access(path, F_OK) != 0, [&] { return NEXT(open)(path, flags, mode); });
 }
 #define TRIED(result, name, parameters, path, changes, ...)                      \
   result name parameters {                                                       \

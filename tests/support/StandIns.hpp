@@ -27,13 +27,15 @@ struct FakeKey final : security::SecKey {
   [[nodiscard]] foundation::Data data() const override { return {0x04, 0xAB}; }
 };
 
-/// Keeps the requests and answers each on the caller's thread with what it was given.
+/// Keeps the requests and answers each on the caller's thread with what it was given; throws the error if it `refuses`.
 struct FakeSession final : foundation::URLSession {
   std::vector<foundation::URLRequest> requests;
   std::optional<foundation::Data> body;
   std::exception_ptr error;
+  bool refuses = false;
 
   void start(foundation::URLRequest request, CompletionHandler handler) override {
+    if (refuses) std::rethrow_exception(error);
     requests.push_back(std::move(request));
     handler(body, std::nullopt, error);
   }
