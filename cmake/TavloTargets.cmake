@@ -11,6 +11,7 @@ check_cxx_compiler_flag(-fstack-clash-protection TAVLOCA_HAS_STACK_CLASH_PROTECT
 add_library(tavlo_build_flags INTERFACE)
 target_compile_features(tavlo_build_flags INTERFACE cxx_std_20)
 target_compile_options(tavlo_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor
+  $<$<CXX_COMPILER_ID:Clang>:-Wreserved-identifier;-Wzero-as-null-pointer-constant>
   # At -O3 g++ 12 takes parts of its own std::string and std::variant for overlapping or uninitialised.
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict;-Wno-maybe-uninitialized>
   $<$<BOOL:${TAVLOCA_WARNINGS_AS_ERRORS}>:-Werror>)
@@ -119,6 +120,7 @@ function(tavlo_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main tavlo_build_flags)
   target_compile_definitions(${name} PRIVATE TAVLO_SAMPLES_DIR="${PROJECT_SOURCE_DIR}/samples")
+  target_precompile_headers(${name} REUSE_FROM test_documents)
   if(arg_LABEL)
     if(NOT TARGET tests_${arg_LABEL})
       add_custom_target(tests_${arg_LABEL})
