@@ -283,6 +283,12 @@ void end(tavlo_exchange* exchange, std::optional<Data> body, int status, const s
   foundation::wipe(ended->request.httpBody);
 }
 
+tavlo_data* publicKeyUnder(const std::string& documentNumber) {
+  const auto pair = tavlo::store::Util::createKeypair(documentNumber);
+  if (!pair || !pair->publicKey) throw tavlo::CAError("Could not create keypair");
+  return new tavlo_data{pair->publicKey->data()};
+}
+
 }  // namespace
 
 // ---- The interface --------------------------------------------------------------------------------------------------
@@ -430,11 +436,11 @@ tavlo_data* tavlo_build(const tavlo_model* model, const tavlo_image* selfie, con
 }
 
 tavlo_data* tavlo_public_key(const char* document_number, tavlo_error** error) {
-  return guarded(error, [&] {
-    const auto pair = tavlo::store::Util::createKeypair(givenText(document_number, "document_number"));
-    if (!pair || !pair->publicKey) throw tavlo::CAError("Could not create keypair");
-    return new tavlo_data{pair->publicKey->data()};
-  });
+  return guarded(error, [&] { return publicKeyUnder(givenText(document_number, "document_number")); });
+}
+
+tavlo_data* tavlo_model_public_key(const tavlo_model* model, tavlo_error** error) {
+  return guarded(error, [&] { return publicKeyUnder(given(model, "model").value.documentNumber()); });
 }
 
 void tavlo_post(const uint8_t* bytes, size_t length, const char* url, tavlo_completion completion, void* context) {

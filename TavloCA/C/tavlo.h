@@ -67,23 +67,23 @@ typedef enum tavlo_error_kind {
 
 /// The code of an error of kind TAVLO_ERROR_NETWORK. The numbers are those of Apple's URL loading system.
 typedef enum tavlo_network_code {
-  TAVLO_NETWORK_UNKNOWN = -1,
-  TAVLO_NETWORK_CANCELLED = -999,
-  TAVLO_NETWORK_BAD_URL = -1000,
-  TAVLO_NETWORK_TIMED_OUT = -1001,
-  TAVLO_NETWORK_UNSUPPORTED_URL = -1002,
-  TAVLO_NETWORK_CANNOT_FIND_HOST = -1003,
-  TAVLO_NETWORK_CANNOT_CONNECT_TO_HOST = -1004,
-  TAVLO_NETWORK_CONNECTION_LOST = -1005,
-  TAVLO_NETWORK_TOO_MANY_REDIRECTS = -1007,
-  TAVLO_NETWORK_NOT_CONNECTED_TO_INTERNET = -1009,
-  TAVLO_NETWORK_REDIRECT_TO_ANOTHER_SERVER = -1010,
-  TAVLO_NETWORK_BAD_SERVER_RESPONSE = -1011,
-  TAVLO_NETWORK_CANNOT_PARSE_RESPONSE = -1017,
-  TAVLO_NETWORK_REDIRECT_TO_PLAIN_HTTP = -1022,
-  TAVLO_NETWORK_ANSWER_TOO_LONG = -1103,
-  TAVLO_NETWORK_SECURE_CONNECTION_FAILED = -1200,
-  TAVLO_NETWORK_CERTIFICATE_UNTRUSTED = -1202
+  TAVLO_NETWORK_UNKNOWN = -1,  ///< a failure without a code of its own
+  TAVLO_NETWORK_CANCELLED = -999,  ///< the process is ending
+  TAVLO_NETWORK_BAD_URL = -1000,  ///< an address without a host, or with a port that is none
+  TAVLO_NETWORK_TIMED_OUT = -1001,  ///< nothing moved for as long as the request allows
+  TAVLO_NETWORK_UNSUPPORTED_URL = -1002,  ///< a scheme other than http and https
+  TAVLO_NETWORK_CANNOT_FIND_HOST = -1003,  ///< no address is known for the name
+  TAVLO_NETWORK_CANNOT_CONNECT_TO_HOST = -1004,  ///< nothing answers at that address
+  TAVLO_NETWORK_CONNECTION_LOST = -1005,  ///< the connection ended before the answer was whole
+  TAVLO_NETWORK_TOO_MANY_REDIRECTS = -1007,  ///< more than 20 redirects
+  TAVLO_NETWORK_NOT_CONNECTED_TO_INTERNET = -1009,  ///< there is no network; only from a session of the host's own
+  TAVLO_NETWORK_REDIRECT_TO_ANOTHER_SERVER = -1010,  ///< a redirect would have taken the body to another server
+  TAVLO_NETWORK_BAD_SERVER_RESPONSE = -1011,  ///< only from a session of the host's own
+  TAVLO_NETWORK_CANNOT_PARSE_RESPONSE = -1017,  ///< what came is no HTTP
+  TAVLO_NETWORK_REDIRECT_TO_PLAIN_HTTP = -1022,  ///< a redirect would have left HTTPS
+  TAVLO_NETWORK_ANSWER_TOO_LONG = -1103,  ///< the answer is too long, or there is no memory for it
+  TAVLO_NETWORK_SECURE_CONNECTION_FAILED = -1200,  ///< no TLS 1.2 or later could be agreed on
+  TAVLO_NETWORK_CERTIFICATE_UNTRUSTED = -1202  ///< the server's certificate is not trusted, or not its own
 } tavlo_network_code;
 
 /// The kind of `error`; TAVLO_ERROR_OTHER for NULL.
@@ -145,7 +145,10 @@ TAVLO_API void tavlo_image_free(tavlo_image *image);
 typedef struct tavlo_document tavlo_document;
 
 /// Which of a record's pictures is meant.
-typedef enum tavlo_picture { TAVLO_PORTRAIT = 0, TAVLO_SIGNATURE = 1 } tavlo_picture;
+typedef enum tavlo_picture {
+  TAVLO_PORTRAIT = 0,  ///< the holder's face
+  TAVLO_SIGNATURE = 1  ///< the holder's usual mark
+} tavlo_picture;
 
 /// The record of a passport that was read. Keeps its portrait and signature as files of the app.
 TAVLO_API tavlo_document *tavlo_passport_create(const tavlo_model *model, tavlo_error **error);
@@ -189,6 +192,8 @@ TAVLO_API tavlo_data *tavlo_build(const tavlo_model *model, const tavlo_image *s
 /// The public half of the key pair kept under a document number, which is made if there is none. NULL for the empty
 /// number: documents whose number was not read must not share a key.
 TAVLO_API tavlo_data *tavlo_public_key(const char *document_number, tavlo_error **error);
+/// The same under the number that the document's own DG1 has; NULL where that was not read.
+TAVLO_API tavlo_data *tavlo_model_public_key(const tavlo_model *model, tavlo_error **error);
 
 /// Posts bytes, which are copied, over HTTP or HTTPS, and hands over the answer's body whatever its status. Nothing is
 /// sent twice, and 60 seconds without any movement end the exchange. Without a completion nothing is done.

@@ -9,27 +9,25 @@ namespace tavlo::foundation {
 /// Why a request got no answer.
 class URLError : public std::exception {
  public:
-  /// The platform's codes.
+  /// The platform's codes. A person's remedy for each is in the guide to failures.
   enum class Code : int {
-    unknown = -1,
-    cancelled = -999,
-    badURL = -1000,
-    timedOut = -1001,
-    unsupportedURL = -1002,
-    cannotFindHost = -1003,
-    cannotConnectToHost = -1004,
-    networkConnectionLost = -1005,
-    httpTooManyRedirects = -1007,
-    notConnectedToInternet = -1009,
-    /// A redirect would have taken the body to another server.
-    redirectToNonExistentLocation = -1010,
-    badServerResponse = -1011,
-    cannotParseResponse = -1017,
-    /// A redirect would have left HTTPS for plain HTTP.
-    appTransportSecurityRequiresSecureConnection = -1022,
-    dataLengthExceedsMaximum = -1103,
-    secureConnectionFailed = -1200,
-    serverCertificateUntrusted = -1202,
+    unknown = -1,                           ///< a failure without a code of its own
+    cancelled = -999,                       ///< the process is ending
+    badURL = -1000,                         ///< an address without a host, or with a port that is none
+    timedOut = -1001,                       ///< nothing moved for as long as the request allows
+    unsupportedURL = -1002,                 ///< a scheme other than http and https
+    cannotFindHost = -1003,                 ///< no address is known for the name
+    cannotConnectToHost = -1004,            ///< nothing answers at that address
+    networkConnectionLost = -1005,          ///< the connection ended before the answer was whole
+    httpTooManyRedirects = -1007,           ///< more than 20 redirects
+    notConnectedToInternet = -1009,         ///< there is no network; only from a session of the app's own
+    redirectToNonExistentLocation = -1010,  ///< a redirect would have taken the body to another server
+    badServerResponse = -1011,              ///< only from a session of the app's own
+    cannotParseResponse = -1017,            ///< what came is no HTTP
+    appTransportSecurityRequiresSecureConnection = -1022,  ///< a redirect would have left HTTPS
+    dataLengthExceedsMaximum = -1103,                      ///< the answer is too long, or there is no memory for it
+    secureConnectionFailed = -1200,                        ///< no TLS 1.2 or later could be agreed on
+    serverCertificateUntrusted = -1202,                    ///< the server's certificate is not trusted, or not its own
   };
 
   /// `host` is the server's name, which the text for serverCertificateUntrusted shows.

@@ -30,6 +30,9 @@ TEST(C, verifiesWithWhatTheHostBringsAndRefusesWhatIsUnsound) {
   const auto selfie = owned(tavlo_image_from_pixels(bytes, 12, 2, 2, 6, 3, nullptr), tavlo_image_free);
   const auto passport = owned(tavlo_passport_create(model.get(), nullptr), tavlo_document_free);
   const auto key = owned(tavlo_public_key("other", nullptr), tavlo_data_free);
+  const auto own = owned(tavlo_model_public_key(model.get(), nullptr), tavlo_data_free);
+  const auto named = owned(tavlo_public_key("TV0000042", nullptr), tavlo_data_free);
+  EXPECT_TRUE(std::equal(tavlo_data_bytes(own.get()), tavlo_data_bytes(own.get()) + 65, tavlo_data_bytes(named.get())));
 
   std::vector<tavlo_exchange*> exchanges;
   std::vector<std::string> outcomes;
