@@ -171,7 +171,11 @@ void sweepTemporaryFiles(const std::filesystem::path& folder) {
 
 std::string randomName(std::size_t size) {
   Data bytes(size);
+#ifdef __APPLE__
+  ::arc4random_buf(bytes.data(), bytes.size());
+#else
   if (::getentropy(bytes.data(), bytes.size()) != 0) throwSystemError(errno, "cannot get random bytes");
+#endif
   return toHexString(bytes);
 }
 
@@ -185,7 +189,7 @@ void createPrivateFolder(const std::filesystem::path& folder) {
   // Whoever made a folder that is there may have been killed before it was on disk. To see to that takes milliseconds,
   // so this process does it once: here are the hashes of what it has seen to. No lock, for the child of a fork.
   static constinit std::array<std::atomic<std::size_t>, 64> settled{};
-  const std::size_t hash = hash_value(folder);
+  const std::size_t hash = hash_value(std::filesystem::absolute(folder));
   std::atomic<std::size_t>& place = settled[hash % settled.size()];
   const bool isSettled = place == hash;
   std::filesystem::path made;
@@ -199,7 +203,13 @@ void createPrivateFolder(const std::filesystem::path& folder) {
     if (!isNew && isSettled) continue;
     // What cannot be read cannot be flushed, and where nothing can be made there is nothing to flush.
     const std::filesystem::path above = made.has_parent_path() ? made.parent_path() : ".";
-    if (::access(above.c_str(), isNew ? R_OK : R_OK | W_OK) == 0) flushFolder(above);
+    if (::access(above.c_str(), isNew ? R_OK : R_OK | W_OK) != 0) continue;
+    try {
+      flushFolder(above);
+    } catch (const std::system_error& error) {
+      // Of a folder that was there only a disk that fails counts: not all that may stand above can be flushed.
+      if (isNew || error.code() == std::errc::io_error || error.code() == std::errc::no_space_on_device) throw;
+    }
   }
   place = hash;
   struct stat status {};
