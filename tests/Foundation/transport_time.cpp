@@ -29,16 +29,21 @@ namespace tavlo::test {
 namespace {
 
 constexpr double limit = 0.2;
+#ifdef TAVLO_SANITIZED
+constexpr std::chrono::seconds latest(1);  // to hand the system a large body takes its time then
+#else
+constexpr std::chrono::milliseconds latest(100);
+#endif
 
 // Whether a post that gets no answer ends when it should, and before the hanging name does.
 void expectTimeout(const std::string& url, const std::string& body = {}) {
   auto late = std::chrono::duration<double>::max();
-  for (int i = 0; i < 9 && late > std::chrono::milliseconds(100); ++i) {  // once more if others kept this machine busy
+  for (int i = 0; i < 9 && late > latest; ++i) {  // once more if others kept this machine busy
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
     EXPECT_EQ(post(url, body, limit), "-1001") << url;
     late = std::chrono::steady_clock::now() - end;
   }
-  EXPECT_TRUE(late >= late.zero() && late <= std::chrono::milliseconds(100)) << late.count() << " s late: " << url;
+  EXPECT_TRUE(late >= late.zero() && late <= latest) << late.count() << " s late: " << url;
 }
 
 TEST(TransportTime, RunsOutWhereverNothingMoves) {

@@ -126,7 +126,7 @@ TEST(TransportWire, HandsOverWholeAnswersOnly) {
     answers[status + " ok"] = {"HTTP/1.1 " + status + " So\r\nWWW-Authenticate: Basic realm=x\r\n\r\nok"};
   }
   std::string endless[] = {"", head};
-  while (endless[1].size() < 1'000'000) endless[0] += interim, endless[1] += "name: value\r\n";
+  while (endless[1].size() < 1'100'000) endless[0] += interim, endless[1] += "name: value\r\n";
   for (const auto& text : endless) answers["-1005"].push_back(text);
   answers["-1103"].push_back(head + "\r\n" + zeros + zeros);
   for (const auto& [outcome, texts] : answers) {
